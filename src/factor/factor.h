@@ -1,0 +1,64 @@
+/* Numeric factorization: the position map, the supernodal drivers and the block kernels. */
+#pragma once
+
+#include <cstdint>
+
+#include "state/factor_store.h"
+#include "state/records.h"
+#include "state/structure.h"
+
+/* ---- position map --------------------------------------------------------------------------------------------------------------- */
+
+struct position_map_input {
+    int64_t matrix_type;
+    int64_t symmetric; /* 1: upper triangle stored, lnz side only */
+    int64_t scaling_on;
+    const int64_t *ia, *ja;   /* 1-based working input */
+    const int64_t *row_order; /* types 11, 13: row row_order[i-1] of A is row i of the factored matrix; null for the identity */
+    const supernodal_structure *structure;
+    int64_t *scratch_a, *scratch_b, *scratch_c; /* [n + 1] */
+    int64_t *work;                              /* 3n + adjacency_size + 19 words (array 41) */
+    int64_t nproc;
+};
+/* Built once per analysis; fills the arrays of map (each with room for length nnz + n) and its lengths. O(nnz log) at worst, no
+   search at a later factorization. Returns 0 or -2. */
+int64_t build_position_map(const position_map_input *input, position_map *map);
+
+/* ---- factorization -------------------------------------------------------------------------------------------------------------- */
+
+/* One numeric factorization. All arrays are borrowed. */
+template <typename value_t>
+struct factor_input {
+    int64_t matrix_type;   /* 1 and 3 arrive as 11 and 13 where their factors are unsymmetric */
+    int64_t nproc;         /* threads */
+    int64_t single_thread; /* 1: the serial driver */
+    int64_t pivoting;      /* 0 diagonal pivoting, else Bunch-Kaufman (symmetric indefinite) */
+    int64_t perturbation_exponent;
+    int64_t callback_on;  /* pivot hook */
+    int64_t message_flag; /* percent prints */
+    int64_t scaling_on;
+    int64_t nnz_a;
+    const value_t *a;
+    const double *scale_row, *scale_col; /* by given row and column; null without scaling */
+    const int64_t *row_order;            /* as in position_map_input */
+    const supernodal_structure *structure;
+    const position_map *map;
+    const work_lists *lists; /* single_thread 1: only work_order may be absent */
+    factor_store<value_t> *store;
+    int64_t *thread_rows;   /* supernodes + (2 nproc + 1) n words */
+    value_t *update_buffer; /* nproc rows of buffer_entries */
+    int64_t buffer_entries;
+};
+struct factor_result {
+    int64_t error;      /* 0; -1 failed pivot, kernel failure or a stop asked by the progress hook; -2 update buffer too small; a pager
+                           failure is reported by the pager itself and gives -1 */
+    int64_t failed_row; /* 1-based number, in the caller's rows, of the pivot that failed; 0 none */
+    int64_t stopped;    /* 1 when the progress hook asked to stop */
+    int64_t perturbed, positive, negative;
+};
+/* Chooses the driver by type, symmetry and thread count, computes the epsilon, factors. Allocates nothing. */
+template <typename value_t>
+void numeric_dispatch(const factor_input<value_t> *input, factor_result *result);
+
+/* Entries of one thread's update buffer that the drivers need (value_t entries). control->update_size is the bound from the symbolic
+   step; the memory plan gives every thread max(update_size, n). */

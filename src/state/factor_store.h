@@ -1,0 +1,43 @@
+/* The numeric factors of one matrix number, and the one seam through which numeric code reaches the block of a supernode: in core an
+   address computation, out of core a page window. */
+#pragma once
+
+#include <cstdint>
+
+#include "state/structure.h"
+
+enum class factor_side { lower, upper };       /* lnz or unz */
+enum class block_use { read, update, create }; /* create: the old contents are not wanted */
+
+/* Out-of-core access. acquire gives the address of the block of a supernode, null after a failure (which it has recorded); every block
+   that was acquired goes back through release; a block used with update or create is written back then or later. Thread-safe. */
+struct block_pager {
+    void *context;
+    void *(*acquire)(void *context, factor_side side, int64_t supernode, block_use use);
+    void (*release)(void *context, factor_side side, int64_t supernode, block_use use);
+    void (*expect)(void *context, factor_side side, int64_t supernode); /* read-ahead hint; may be null */
+};
+
+template <typename value_t>
+struct factor_store {
+    value_t *lnz, *unz;         /* in core; null with a pager */
+    int64_t *pivots;            /* [neqns] pivot records, borrowed */
+    value_t *diagonal;          /* [neqns] diagonal store of this factorization, borrowed */
+    value_t *diagonal_unscaled; /* [neqns] unscaled diagonal of A, for the pivot hook, borrowed */
+    const block_pager *pager;   /* null in core */
+};
+
+template <typename value_t>
+inline value_t *acquire_block(const factor_store<value_t> &store, const supernodal_structure &s, factor_side side, int64_t number,
+                              block_use use)
+{
+    if (store.pager != nullptr) return static_cast<value_t *>(store.pager->acquire(store.pager->context, side, number, use));
+    const int64_t first = s.xsuper[number - 1];
+    return side == factor_side::lower ? store.lnz + (s.xlnz[first - 1] - 1) : store.unz + (s.xunz[first - 1] - 1);
+}
+
+template <typename value_t>
+inline void release_block(const factor_store<value_t> &store, factor_side side, int64_t number, block_use use)
+{
+    if (store.pager != nullptr) store.pager->release(store.pager->context, side, number, use);
+}
