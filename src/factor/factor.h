@@ -7,6 +7,23 @@
 #include "state/records.h"
 #include "state/structure.h"
 
+/* ---- layout of the factors, which the solves rely on -----------------------------------------------------------------------------
+
+   A supernode has c columns and r rows; its lnz block is r by c, column-major, leading dimension r; pivot records are local, 1..c.
+
+   Cholesky (2, 4)       lower triangle of the top square and the rows below it hold L, with its true (real, positive) diagonal. The strict
+                         upper triangle is undefined. P A P' = L L^H.
+   LDL^T (-2, -4, 6)     both pivoting kernels leave the same layout, in which all exchanges are applied to the whole block (also to the
+                         columns of L computed before, and to the columns of the panel): with E the product of the exchanges,
+                         E A_ss E' = L D L' inside the block. The strict lower triangle holds the unit lower L, with 0 in (k+1, k) of a
+                         2x2 pivot; the diagonal holds that of D; of a 2x2 pivot, (k, k+1) in the upper triangle holds D(k, k+1)
+                         (conjugate of D(k+1, k) for Hermitian types); the rest of the upper triangle is undefined. The panel holds
+                         L_panel = A_panel E' L^-T D^-1 (not scaled by D). ' conjugates for Hermitian types.
+                         pivots: 1x1: the row exchanged with, positive; 2x2 at k, k+1: minus the row that k+1 was exchanged with, in both.
+   LU (11, 13, 1, 3)     getrf layout: unit L below, U on and above the diagonal of the top square, exchanges applied to whole rows of the
+                         square and to the rows of the U panel; pivots: the row exchanged with. The rows below the square hold the L panel
+                         (times the inverse of U_ss). unz: (r - c) by c, column i = row i of U right of the square (after the exchanges). */
+
 /* ---- position map --------------------------------------------------------------------------------------------------------------- */
 
 struct position_map_input {
