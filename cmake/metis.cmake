@@ -52,5 +52,6 @@ target_link_libraries(wkl_metis32 PUBLIC wkl_metis_guard m)
 
 # Users include wkl_metis_internal.h after defining WKL_METIS_WIDTH to 64 or 32: one width in one source file.
 add_library(wkl_metis INTERFACE)
-target_include_directories(wkl_metis SYSTEM INTERFACE ${metis_generated} ${metis_glue} ${metis_source}/libmetis ${metis_source}/GKlib)
+target_include_directories(wkl_metis SYSTEM INTERFACE ${metis_generated} ${metis_glue} ${metis_source}/libmetis ${metis_source}/GKlib
+    ${metis_generated}/metis64) # the last one only so that <metis.h> is found: its include guard is taken by then
 target_link_libraries(wkl_metis INTERFACE wkl_metis64 wkl_metis32 wkl_metis_guard)

@@ -55,8 +55,10 @@ void unlink_block(block_head *block)
 {
     wkl_metis_arena *arena = block->arena;
     lock_arena(arena);
-    if (block->newer != nullptr) block->newer->older = block->older;
-    else arena->first = block->older;
+    if (block->newer != nullptr)
+        block->newer->older = block->older;
+    else
+        arena->first = block->older;
     if (block->older != nullptr) block->older->newer = block->newer;
     --arena->block_count;
     unlock_arena(arena);
