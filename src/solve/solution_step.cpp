@@ -1,0 +1,220 @@
+/* One application of the factors: gather the right-hand sides into working vectors, sweep, scatter the result. */
+#include "solve/solve_internal.h"
+
+#include "service/service.h"
+
+static factor_kind kind_of(int64_t matrix_type, bool *hermitian)
+{
+    for (const matrix_type_row &row : matrix_type_rows) {
+        if (row.code != matrix_type) continue;
+        *hermitian = row.hermitian;
+        return row.kind;
+    }
+    *hermitian = false;
+    return matrix_type % 2 != 0 ? factor_kind::lu : factor_kind::ldlt;
+}
+
+/* The rules make the three single steps compose to the whole solve for every type and scaling: between the steps a vector stands in the
+   numbering of perm, unscaled for LU, and in caller's units for symmetric factors (so a forward step divides when it scatters and a
+   backward step divides when it gathers). */
+template <typename value_t>
+static void choose_transfers(const solve_input<value_t> *in, sweep<value_t> *w)
+{
+    const bool scaled = in->scaling_on != 0 && in->scale_row != nullptr && in->scale_col != nullptr;
+    const int64_t code = in->solve_step_code;
+    const int64_t *perm = in->structure->perm;
+    const bool into = code <= 1, out_of = code == 0 || code == 3;
+    const bool conjugate = is_complex_value<value_t> && (w->kind == factor_kind::lu ? in->transpose_mode == 2 : in->transpose_mode != 0);
+    w->gather = {perm, nullptr, nullptr, false, conjugate, w->window.gather_first_row};
+    w->scatter = {perm, nullptr, nullptr, false, conjugate, w->window.scatter_first_row};
+    if (w->kind != factor_kind::lu) {
+        if (!scaled) return;
+        w->gather.scale = w->scatter.scale = in->scale_row;
+        w->gather.divide = code == 3;
+        w->scatter.divide = code == 1;
+        return;
+    }
+    transfer_rule *const row_side = w->transposed ? &w->scatter : &w->gather;
+    transfer_rule *const column_side = w->transposed ? &w->gather : &w->scatter;
+    const bool row_used = w->transposed ? out_of : into, column_used = w->transposed ? into : out_of;
+    if (row_used) row_side->row_order = in->row_order;
+    if (row_used && scaled) row_side->scale = in->scale_row;
+    if (column_used && scaled) column_side->scale = in->scale_col;
+}
+
+static inline int64_t given_index(const transfer_rule &rule, int64_t row)
+{
+    const int64_t column = rule.perm[row - 1];
+    return rule.row_order == nullptr ? column : rule.row_order[column - 1];
+}
+
+template <typename value_t>
+static inline value_t transferred(const transfer_rule &rule, int64_t index, value_t value)
+{
+    using real_t = real_of<value_t>;
+    if (rule.conjugate) value = conjugated(value);
+    if (rule.scale == nullptr) return value;
+    const double factor = rule.scale[index - 1];
+    return value * static_cast<real_t>(rule.divide ? 1.0 / factor : factor);
+}
+
+/* Entry i of the working vector at x[i * stride], i = 1..n. */
+template <typename value_t>
+static void gather_vector(const sweep<value_t> *w, const value_t *source, value_t *x, int64_t stride)
+{
+    const int64_t n = w->structure->neqns;
+    for (int64_t i = w->gather.first_row; i <= n; ++i) {
+        const int64_t index = given_index(w->gather, i);
+        x[i * stride] = transferred(w->gather, index, source[index - 1]);
+    }
+    for (int64_t i = w->window.zero_from; i <= w->window.zero_to; ++i) x[i * stride] = value_t(0);
+}
+template <typename value_t>
+static void scatter_vector(const sweep<value_t> *w, const value_t *x, int64_t stride, value_t *target)
+{
+    const int64_t n = w->structure->neqns;
+    for (int64_t i = w->scatter.first_row; i <= n; ++i) {
+        const int64_t index = given_index(w->scatter, i);
+        target[index - 1] = transferred(w->scatter, index, x[i * stride]);
+    }
+}
+
+/* The leaf domains must follow each other without a gap, and the last must end at the last supernode or the separators begin after it. */
+static bool domains_chain(const supernodal_structure *s)
+{
+    int64_t end = 0;
+    for (int64_t d = 1; d <= s->domains; ++d) {
+        const int64_t first = s->domain_table[2 * d - 2], last = s->domain_table[2 * d - 1];
+        if (first > last) continue;
+        if (first != end + 1) return false;
+        end = last;
+    }
+    for (int64_t d = s->domains + 2; d <= 2 * s->domains; ++d) {
+        const int64_t first = s->domain_table[2 * d - 2], last = s->domain_table[2 * d - 1];
+        if (first > last) continue;
+        if (first != end + 1) return false;
+        end = last;
+    }
+    return end == s->supernodes && s->domain_table[2 * s->domains] >= 1;
+}
+
+/* Below this order a second thread costs more than it brings. */
+static constexpr int64_t parallel_single_least_order = 500;
+
+template <typename value_t>
+static int64_t single_vector_threads(const solve_input<value_t> *in, const sweep<value_t> *w)
+{
+    const supernodal_structure &s = *in->structure;
+    int64_t threads = in->threads < s.domains ? in->threads : s.domains;
+    if (threads > 32) threads = 32;
+    const bool usable = threads >= 2 && s.domains <= 32 && s.neqns >= parallel_single_least_order && in->reproducible_units == 0 &&
+                        in->iparam25_copy != 1 && w->window.allows_domains && domains_chain(&s);
+    return usable ? threads : 1;
+}
+
+/* Vectors interleaved in one panel: an even share of the threads, within the limit. */
+static int64_t panel_width(int64_t nb, int64_t threads)
+{
+    const int64_t share = (nb + threads - 1) / threads;
+    const int64_t panels = (share + solve_width_limit - 1) / solve_width_limit;
+    return (share + panels - 1) / panels;
+}
+
+/* Block-solve threads for several vectors; each takes whole panels. */
+template <typename value_t>
+static int64_t several_vector_threads(const solve_input<value_t> *in)
+{
+    int64_t threads = in->reproducible_units != 0 ? in->reproducible_units : in->threads;
+    if (in->iparam25_copy == 1 || threads < 1) threads = 1;
+    return threads < in->nb ? threads : in->nb;
+}
+
+/* Entries of one thread's work for a panel: the interleaved vectors with their unused column 0, and the scratch of the backward step. */
+static int64_t panel_entries(int64_t n, int64_t width)
+{
+    return (n + 1 + gather_rows) * width;
+}
+
+template <typename value_t>
+static bool solve_panel(const solve_input<value_t> *in, const sweep<value_t> *w, int64_t first, int64_t width, value_t *x, void *dense)
+{
+    const int64_t n = in->structure->neqns;
+    value_t *const target = in->overwrite_rhs == 1 ? in->b : in->x;
+    for (int64_t k = 0; k < width; ++k) gather_vector(w, in->b + (first + k) * n, x + k, width);
+    const bool complete = width == 1 ? solve_single_serial(w, x + 1) : solve_several(w, width, x, x + (n + 1) * width, dense);
+    if (!complete) return false;
+    for (int64_t k = 0; k < width; ++k) scatter_vector(w, x + k, width, target + (first + k) * n);
+    return true;
+}
+
+template <typename value_t>
+static bool solve_panels(const solve_input<value_t> *in, const sweep<value_t> *w, value_t *work)
+{
+    const int64_t n = in->structure->neqns, threads = several_vector_threads(in), width = panel_width(in->nb, threads);
+    const int64_t panels = (in->nb + width - 1) / width, team = panels < threads ? panels : threads;
+    bool complete = true;
+#pragma omp parallel for num_threads(static_cast <int>(team)) schedule(static, 1) reduction(&& : complete)
+    for (int64_t t = 0; t < team; ++t) {
+        void *const dense = width > 1 ? service_alloc(static_cast<uint64_t>(dense_work_size()), 64) : nullptr; /* null is allowed */
+        value_t *const own = work + t * panel_entries(n, width);
+        for (int64_t panel = t; panel < panels && complete; panel += team) {
+            const int64_t first = panel * width, rest = in->nb - first;
+            complete = solve_panel(in, w, first, rest < width ? rest : width, own, dense);
+        }
+        service_free(dense);
+    }
+    return complete;
+}
+
+template <typename value_t>
+static bool solve_one(const solve_input<value_t> *in, const sweep<value_t> *w, int64_t threads, value_t *work)
+{
+    const int64_t n = in->structure->neqns;
+    gather_vector(w, in->b, work, 1);
+    const bool complete = threads > 1 ? solve_single_parallel(w, threads, work + 1, work + n + 1) : solve_single_serial(w, work + 1);
+    if (complete) scatter_vector(w, work, 1, in->overwrite_rhs == 1 ? in->b : in->x);
+    return complete;
+}
+
+int64_t solve_work_entries(const supernodal_structure *s, int64_t nb, int64_t threads)
+{
+    const int64_t team = threads < 1 ? 1 : threads, n = s->neqns;
+    if (nb <= 1) return team > 1 ? (team + 1) * (n + 1) : n + 1;
+    const int64_t parts = team < nb ? team : nb;
+    return parts * panel_entries(n, panel_width(nb, parts));
+}
+
+template <typename value_t>
+int64_t solution_step(const solve_input<value_t> *in)
+{
+    if (in->structure->supernodes < 1 || in->nb < 1) return 0;
+    sweep<value_t> w = {};
+    w.structure = in->structure;
+    w.store = in->store;
+    w.kind = kind_of(in->matrix_type, &w.hermitian);
+    w.transposed = w.kind == factor_kind::lu && in->transpose_mode != 0;
+    w.forward = in->solve_step_code <= 1;
+    w.diagonal = in->solve_step_code == 0 || in->solve_step_code == 2;
+    w.backward = in->solve_step_code == 0 || in->solve_step_code == 3;
+    choose_window(in->structure, in->window_first, in->window_count, in->solve_step_code, &w.window);
+    choose_transfers(in, &w);
+
+    const int64_t single_threads = in->nb == 1 ? single_vector_threads(in, &w) : 1;
+    const int64_t threads = in->nb == 1 ? single_threads : several_vector_threads(in);
+    const int64_t need = solve_work_entries(in->structure, in->nb, threads);
+    value_t *work = in->work, *own = nullptr;
+    if (work == nullptr || in->work_entries < need) {
+        own = static_cast<value_t *>(service_alloc_direct(static_cast<uint64_t>(need) * sizeof(value_t), 128));
+        if (own == nullptr) return -2;
+        work = own;
+    }
+    const bool complete = in->nb == 1 ? solve_one(in, &w, single_threads, work) : solve_panels(in, &w, work);
+    service_free_direct(own);
+    return complete ? 0 : -1;
+}
+
+#define INSTANTIATE(V) template int64_t solution_step<V>(const solve_input<V> *);
+INSTANTIATE(double)
+INSTANTIATE(float)
+INSTANTIATE(std::complex<double>)
+INSTANTIATE(std::complex<float>)

@@ -1,0 +1,100 @@
+/* Inside the solve room: what one application of the factors needs to know, decided once per call. */
+#pragma once
+
+#include <complex>
+#include <cstdint>
+#include <type_traits>
+
+#include "dense/dense.h"
+#include "solve/solve.h"
+#include "state/matrix_types.h"
+
+template <typename value_t>
+inline constexpr bool is_complex_value = !std::is_floating_point_v<value_t>;
+
+template <typename value_t>
+inline value_t conjugated(const value_t &x)
+{
+    if constexpr (is_complex_value<value_t>)
+        return std::conj(x);
+    else
+        return x;
+}
+
+/* Written out, since operator* of std::complex calls a routine that recovers from NaN. */
+template <typename value_t>
+inline value_t product(const value_t &a, const value_t &b)
+{
+    if constexpr (is_complex_value<value_t>)
+        return value_t(a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real());
+    else
+        return a * b;
+}
+
+/* How right-hand sides enter and leave the working vectors: entry i of a working vector is entry index(i) of the caller's vector times
+   (or divided by) scale at the same place. */
+struct transfer_rule {
+    const int64_t *perm;
+    const int64_t *row_order; /* index(i) = row_order[perm[i]] when set, else perm[i] */
+    const double *scale;      /* by given number; null for a plain copy */
+    bool divide;
+    bool conjugate;
+    int64_t first_row; /* rows first_row..n take part */
+};
+
+/* The part of the sweeps that a partial solve runs; see solve_window.cpp. */
+struct solve_window {
+    int64_t gather_first_row, scatter_first_row, forward_first_supernode, backward_last_supernode;
+    int64_t zero_from, zero_to; /* rows to clear after the gather; empty when from > to */
+    bool allows_domains;
+};
+
+template <typename value_t>
+struct sweep {
+    const supernodal_structure *structure;
+    const factor_store<value_t> *store;
+    factor_kind kind;
+    bool hermitian;
+    bool transposed; /* LU only: U' forward, L' backward */
+    bool forward, diagonal, backward;
+    solve_window window;
+    transfer_rule gather, scatter;
+};
+
+void choose_window(const supernodal_structure *s, int64_t window_first, int64_t window_count, int64_t solve_step_code,
+                   solve_window *window);
+
+/* ---- one vector: entry i of x is row i of the factored matrix; false when a block could not be had ---- */
+
+/* Forward step of supernode number. Updates of rows past last_row go to beyond (length n, indexed as x), the others to x. */
+template <typename value_t>
+bool forward_supernode(const sweep<value_t> *w, int64_t number, value_t *x, int64_t last_row, value_t *beyond);
+/* Diagonal and backward step, each as the sweep asks. */
+template <typename value_t>
+bool backward_supernode(const sweep<value_t> *w, int64_t number, value_t *x);
+
+template <typename value_t>
+bool solve_single_serial(const sweep<value_t> *w, value_t *x);
+/* Subtrees of domain_table in parallel. beyond: threads vectors of n entries. */
+template <typename value_t>
+bool solve_single_parallel(const sweep<value_t> *w, int64_t threads, value_t *x, value_t *beyond);
+
+/* ---- several vectors: entry i of vector k is x[i * width + k], i = 1..n; column 0 of x is not used ---- */
+
+/* Most vectors that are interleaved at a time: 32 doubles are a quarter of the rows of a cache page, and the gain from more is small. */
+inline constexpr int64_t solve_width_limit = 32;
+
+/* Rows of a panel that a backward step gathers at a time. */
+inline constexpr int64_t gather_rows = 256;
+
+/* scratch: gather_rows * width entries; work: dense work of the calling thread, may be null. */
+template <typename value_t>
+bool solve_several(const sweep<value_t> *w, int64_t width, value_t *x, value_t *scratch, void *work);
+
+/* x_s = inverse(D) x_s for the block of one supernode; entry i of vector k at x[i * stride + k]. */
+template <typename value_t>
+void apply_inverse_diagonal(bool hermitian, int64_t columns, const value_t *block, int64_t ld, const int64_t *pivots, int64_t width,
+                            value_t *x, int64_t stride);
+/* Exchanges of a block's pivot records, in order or undone. */
+template <typename value_t>
+void exchange_rows(int64_t columns, const int64_t *pivots, bool undo, int64_t width, value_t *x, int64_t stride);
