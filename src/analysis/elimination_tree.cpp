@@ -1,0 +1,67 @@
+#include "analysis/symbolic.h"
+
+/* Columns first..last in ascending order. Climbing stays at numbers from first on when all neighbours below do; a neighbour below lowest
+   is not looked at and makes the answer false. */
+static bool extend_tree(int64_t first, int64_t last, int64_t lowest, const int64_t *xadj, const int64_t *adj, const int64_t *perm,
+                        const int64_t *invp, int64_t *parent, int64_t *ancestor)
+{
+    for (int64_t j = first; j <= last; ++j) {
+        parent[j - 1] = 0;
+        ancestor[j - 1] = 0;
+        const int64_t given = perm[j - 1];
+        for (int64_t p = xadj[given - 1]; p < xadj[given]; ++p) {
+            int64_t i = invp[adj[p - 1] - 1];
+            if (i >= j) continue;
+            if (i < lowest) return false;
+            for (;;) {
+                const int64_t a = ancestor[i - 1];
+                if (a == j) break;
+                ancestor[i - 1] = j;
+                if (a < 1) {
+                    parent[i - 1] = j;
+                    break;
+                }
+                i = a;
+            }
+        }
+    }
+    return true;
+}
+
+void elimination_tree(int64_t neqns, int64_t nproc, int64_t domains, const int64_t *domain_table, const int64_t *xadj, const int64_t *adj,
+                      const int64_t *perm, const int64_t *invp, int64_t *parent, int64_t *ancestor)
+{
+    /* A column's tree links depend only on smaller columns that it reaches, so a table is only trusted as far as it proves right: a domain
+       column with a neighbour below its domain sends everything through the plain order. */
+    const int64_t usable = nproc > 1 && domains > 1 ? open_domain_walk(neqns, domains, domain_table).domains : 0;
+    int32_t independent = usable > 1;
+    if (independent != 0) {
+        const int threads = static_cast<int>(nproc < usable ? nproc : usable);
+#pragma omp parallel for num_threads(threads) schedule(dynamic, 1) reduction(& : independent)
+        for (int64_t d = 1; d <= usable; ++d) {
+            int64_t first, last;
+            if (!domain_pair(domain_table, d, neqns, &first, &last)) continue;
+            if (!extend_tree(first, last, first, xadj, adj, perm, invp, parent, ancestor)) independent = 0;
+        }
+    }
+    if (independent == 0) {
+        extend_tree(1, neqns, 1, xadj, adj, perm, invp, parent, ancestor);
+        return;
+    }
+    domain_walk walk = open_domain_walk(neqns, domains, domain_table);
+    int64_t first, last;
+    while (next_range(&walk, &first, &last))
+        if (walk.step > domains) extend_tree(first, last, 1, xadj, adj, perm, invp, parent, ancestor);
+}
+
+void child_lists(int64_t count, const int64_t *parent, int64_t *first_child, int64_t *sibling)
+{
+    for (int64_t j = 1; j <= count; ++j) first_child[j - 1] = 0;
+    for (int64_t j = count; j >= 1; --j) {
+        const int64_t p = parent[j - 1];
+        sibling[j - 1] = 0;
+        if (p < 1) continue;
+        sibling[j - 1] = first_child[p - 1];
+        first_child[p - 1] = j;
+    }
+}

@@ -1,0 +1,74 @@
+/* The steps of the symbolic analysis, for this room only. Columns and supernodes are numbered from 1 in the new order; an array with the
+   length [n] has a word for each column, one with [S] a word for each supernode. None of these routines allocates unless it says so. */
+#pragma once
+
+#include <cstdint>
+
+#include "analysis/analysis.h"
+
+/* Runs at the end of the ordering: elimination tree, column counts, supernode partition, domain table in supernode numbers.
+   in    control  neqns, domains, panel_columns, nproc
+         arrays   perm, invp, xadj, adj; domain_table in column numbers
+   out   arrays   parent, colcnt, snode, xsuper; domain_table in supernode numbers
+         control  supernodes, lindx_size, largest_supernode, l_entries; domains falls to 1 (and the table to its form for one domain) when
+                  the table does not describe independent subtrees, so read it again
+   work  arrays   lists (5n words), scratch_a
+   Returns 0. */
+int64_t analysis_prelude(control_block *control, const ordering_arrays *arrays);
+
+/* ---- walks over the domain table ---- */
+
+/* All numbers 1..count once, as ascending ranges: the pairs 1..domains of the table first, then what lies before, between and after them.
+   A table whose non-empty pairs are not ascending and disjoint counts as empty. */
+struct domain_walk {
+    int64_t count, domains;
+    const int64_t *table;
+    int64_t step, reached;
+};
+domain_walk open_domain_walk(int64_t count, int64_t domains, const int64_t *table);
+/* False at the end; otherwise a range of one number or more. */
+bool next_range(domain_walk *walk, int64_t *first, int64_t *last);
+
+/* True when pair number domain (from 1) lies inside 1..count and is not empty. */
+inline bool domain_pair(const int64_t *table, int64_t domain, int64_t count, int64_t *first, int64_t *last)
+{
+    *first = table[2 * domain - 2];
+    *last = table[2 * domain - 1];
+    return *first >= 1 && *first <= *last && *last <= count;
+}
+
+/* One past the last supernode of the domains; 1 when all are empty. */
+int64_t first_above_domains(int64_t supernodes, int64_t domains, const int64_t *table);
+
+/* ---- tree and counts ---- */
+
+/* Elimination tree, 0 at a root (Liu 1990), with path compression. Domains are independent and run in parallel; the result does not depend
+   on the table. work ancestor[n]; nearly linear in the entries of adj. */
+void elimination_tree(int64_t neqns, int64_t nproc, int64_t domains, const int64_t *domain_table, const int64_t *xadj, const int64_t *adj,
+                      const int64_t *perm, const int64_t *invp, int64_t *parent, int64_t *ancestor);
+
+/* Children of each node as linked lists, ascending: first_child[n] and sibling[n] out, 0 ends a list; roots are on no list. */
+void child_lists(int64_t count, const int64_t *parent, int64_t *first_child, int64_t *sibling);
+
+/* Entries of each column of L, the diagonal included: colcnt[n] out. Nearly linear in the entries of adj (Gilbert, Ng and Peyton 1994).
+   work[5 n]. Returns their sum. */
+int64_t column_counts(int64_t neqns, const int64_t *xadj, const int64_t *adj, const int64_t *perm, const int64_t *invp,
+                      const int64_t *parent, int64_t *colcnt, int64_t *work);
+
+/* Fundamental supernodes of at most panel_columns columns.
+   out   snode[n], xsuper[S + 1]; lindx_size, the sum of the row list lengths; largest_supernode, the longest run of columns before the
+         limit cuts it
+   Returns S. */
+int64_t supernode_partition(int64_t neqns, const int64_t *parent, const int64_t *colcnt, int64_t panel_columns, int64_t *snode,
+                            int64_t *xsuper, int64_t *lindx_size, int64_t *largest_supernode);
+
+/* ---- domain table ---- */
+
+/* Column numbers to supernode numbers, all 2 * domains pairs in place. A supernode that crosses the end of a pair counts to what
+   follows; an empty pair becomes (2, 1) or stays empty. */
+void translate_table(int64_t neqns, int64_t supernodes, int64_t domains, const int64_t *snode, int64_t *domain_table);
+
+/* Whether the pairs 1..domains (supernode numbers) cover everything below the top without a gap and no supernode of one has its parent in
+   another: what the two-level schemes rely on. */
+bool domains_are_independent(int64_t supernodes, int64_t domains, const int64_t *domain_table, const int64_t *xsuper, const int64_t *snode,
+                             const int64_t *parent);
