@@ -1,0 +1,21 @@
+#include "platform/platform.h"
+
+#include <ctime>
+#include <unistd.h>
+
+double platform_seconds()
+{
+    timespec now{};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
+}
+
+void platform_terminate(int status)
+{
+    _exit(status);
+}
+
+bool platform_is_terminal(int descriptor)
+{
+    return isatty(descriptor) == 1;
+}
