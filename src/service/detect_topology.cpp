@@ -18,7 +18,7 @@ struct identifier_layout {
 
 static int32_t field_width(uint32_t values)
 {
-    return values < 2 ? 0 : std::bit_width(values - 1);
+    return values < 2 ? 0 : static_cast<int32_t>(std::bit_width(values - 1));
 }
 
 /* Cores in a package with logical processors. Processors that describe their caches elsewhere leave leaf 4 empty; theirs is the extended
