@@ -1,0 +1,144 @@
+/* Records and steps that the drivers of this room share. Drivers decide on order and waiting; a step works on one supernode. */
+#pragma once
+
+#include <atomic>
+#include <complex>
+#include <cstdint>
+
+#include "dense/dense.h"
+#include "factor/factor.h"
+#include "state/matrix_types.h"
+
+/* Sources whose remaining row lists are equal are applied in one pass over the target; this many at most. */
+inline constexpr int64_t group_limit = 16;
+
+/* Shared by the threads of one factorization. */
+template <typename value_t>
+struct factor_run {
+    const factor_input<value_t> *in;
+    const supernodal_structure *s;
+    real_of<value_t> epsilon;   /* pivots of at most this magnitude are replaced */
+    bool hermitian;             /* a transposed image is conjugated */
+    bool two_sides;             /* a separate U: LU */
+    int64_t group_sources;      /* sources taken together, 1..group_limit */
+    int64_t total_entries;      /* entries of all blocks of lnz: 100 percent */
+    std::atomic<int64_t> error; /* 0; the first failure stays */
+    std::atomic<int64_t> done;  /* entries of the finished blocks */
+    int64_t last_percent;       /* last value printed or reported; thread 1 only */
+    int64_t failed_column;      /* new number; these are written under stats_lock, */
+    int64_t stopped;            /* stopped by thread 1 alone */
+    int64_t perturbed, positive, negative;
+};
+
+/* The supernode being assembled. */
+template <typename value_t>
+struct target_block {
+    int64_t number, first, columns, rows;
+    const int64_t *row_list; /* [rows] */
+    value_t *lower, *upper;  /* rows by columns; rows - columns by columns, LU only */
+    bool mapped;             /* the thread's relative map holds the row list */
+};
+
+/* Private to one thread. */
+template <typename value_t>
+struct thread_space {
+    int64_t id;            /* 1-based */
+    int64_t *relative;     /* [n] row -> offset in the row list of the target; other rows hold leftovers */
+    int64_t *row_position; /* [n] offsets of the rows of a source */
+    value_t *buffer;       /* scaled panels */
+    int64_t buffer_entries;
+    void *work;   /* of the dense kernels; may be null */
+    int64_t done; /* entries finished and not yet added to the shared count */
+    int64_t perturbed, positive, negative;
+    /* sources that wait to be applied together */
+    int64_t group_count, group_rows;
+    int64_t group_source[group_limit];
+};
+
+/* Remember a failure, unless there is an earlier one. */
+template <typename value_t>
+inline void fail(factor_run<value_t> *run, int64_t code)
+{
+    int64_t none = 0;
+    run->error.compare_exchange_strong(none, code, std::memory_order_acq_rel);
+}
+template <typename value_t>
+inline bool failed(const factor_run<value_t> *run)
+{
+    return run->error.load(std::memory_order_acquire) != 0;
+}
+
+/* ---- per-thread space ---- */
+/* Point a thread's space into the arrays of the input. id counts from 1. work: nproc parts of dense_work_size() bytes, or null. */
+template <typename value_t>
+void bind_thread_space(const factor_run<value_t> *run, int64_t id, void *work, thread_space<value_t> *space);
+/* Add the thread's counts to the shared ones, under stats_lock. */
+template <typename value_t>
+void merge_counts(factor_run<value_t> *run, thread_space<value_t> *space);
+
+/* ---- one supernode ---- */
+/* Get the blocks of supernode number. Returns false after a pager failure, which is then recorded in run->error. */
+template <typename value_t>
+bool open_target(factor_run<value_t> *run, int64_t number, block_use use, target_block<value_t> *target);
+template <typename value_t>
+void close_target(const factor_run<value_t> *run, const target_block<value_t> *target, block_use use);
+
+/* Zero the blocks and place the entries of the matrix, scaled where scaling is on. */
+template <typename value_t>
+void assemble_supernode(const factor_run<value_t> *run, const target_block<value_t> *target);
+
+/* Apply the last `remaining` rows of the finished supernode `source`. Sources are collected as long as their remaining row lists are equal;
+   flush_updates applies what is collected and must follow the last call. Failures go to run->error: -2 when the rows are scattered and the
+   product would not fit the update buffer, -1 from the pager. */
+template <typename value_t, factor_kind kind, mirror sym>
+void apply_update(factor_run<value_t> *run, thread_space<value_t> *space, target_block<value_t> *target, int64_t source, int64_t remaining);
+template <typename value_t, factor_kind kind, mirror sym>
+void flush_updates(factor_run<value_t> *run, thread_space<value_t> *space, target_block<value_t> *target);
+
+/* Factor the diagonal block and solve the panels. Counts go to the space, a failure to the run. */
+template <typename value_t, factor_kind kind, mirror sym>
+void factor_supernode(factor_run<value_t> *run, thread_space<value_t> *space, target_block<value_t> *target);
+
+/* ---- lists of pending sources, private to one thread or one domain ----
+   head[c-1] is the first source that waits for the supernode with first column c; once that supernode is finished the word is free and
+   keeps how many of the supernode's own rows remain. next[s-1] links the sources. */
+struct source_lists {
+    int64_t *head; /* [n] zero before the supernode of the column is done */
+    int64_t *next; /* [supernodes] */
+};
+/* Put source on the list of the supernode that owns row `row`, unless that lies past supernode `last`. */
+inline void link_source(const supernodal_structure &s, const source_lists &lists, int64_t source, int64_t row, int64_t last)
+{
+    const int64_t target = s.snode[row - 1];
+    if (target > last) return;
+    int64_t &head = lists.head[s.xsuper[target - 1] - 1];
+    lists.next[source - 1] = head;
+    head = source;
+}
+/* Assemble, update from the lists, factor, and link supernode number to its next target, unless that lies past `last`. */
+template <typename value_t, factor_kind kind, mirror sym>
+void process_with_lists(factor_run<value_t> *run, thread_space<value_t> *space, const source_lists &lists, int64_t number, int64_t last);
+
+/* ---- progress ---- */
+/* The call before and after the work; percent 0 or 100. A wish to stop sets error -1. */
+template <typename value_t>
+void report_percent(factor_run<value_t> *run, int64_t percent);
+/* Note a finished block; thread 1 then tells the hook. always: call the hook although the percentage did not rise. */
+template <typename value_t>
+void report_block(factor_run<value_t> *run, thread_space<value_t> *space, int64_t entries, bool always);
+
+/* ---- drivers ---- */
+template <typename value_t, factor_kind kind, mirror sym>
+void serial_driver(factor_run<value_t> *run, void *work);
+template <typename value_t, factor_kind kind, mirror sym>
+void single_level_region(factor_run<value_t> *run, void *work);
+template <typename value_t, factor_kind kind, mirror sym>
+void two_level_region(factor_run<value_t> *run, void *work);
+
+/* The members of the family that exist: real types have one LDL^T, complex types a Hermitian and a symmetric one. */
+#define FOR_EACH_MEMBER(X)                                                                                                                 \
+    X(double, factor_kind::cholesky, mirror::hermitian)                                                                                    \
+    X(float, factor_kind::cholesky, mirror::hermitian)                                                                                     \
+    X(std::complex<double>, factor_kind::cholesky, mirror::hermitian)                                                                      \
+    X(std::complex<float>, factor_kind::cholesky, mirror::hermitian)
+#define FOR_EACH_VALUE(X) X(double) X(float) X(std::complex<double>) X(std::complex<float>)

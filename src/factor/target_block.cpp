@@ -1,0 +1,69 @@
+#include "factor/factor_run.h"
+
+#include <complex>
+
+template <typename value_t>
+bool open_target(factor_run<value_t> *run, int64_t number, block_use use, target_block<value_t> *target)
+{
+    const supernodal_structure &s = *run->s;
+    const factor_store<value_t> &store = *run->in->store;
+    target->number = number;
+    target->first = s.xsuper[number - 1];
+    target->columns = supernode_columns(s, number);
+    target->rows = supernode_rows(s, number);
+    target->row_list = supernode_row_list(s, number);
+    target->upper = nullptr;
+    target->mapped = false;
+    target->lower = acquire_block(store, s, factor_side::lower, number, use);
+    if (target->lower == nullptr) {
+        fail(run, -1);
+        return false;
+    }
+    if (!run->two_sides || target->rows == target->columns) return true;
+    target->upper = acquire_block(store, s, factor_side::upper, number, use);
+    if (target->upper != nullptr) return true;
+    release_block(store, factor_side::lower, number, use);
+    fail(run, -1);
+    return false;
+}
+
+template <typename value_t>
+void close_target(const factor_run<value_t> *run, const target_block<value_t> *target, block_use use)
+{
+    const factor_store<value_t> &store = *run->in->store;
+    if (target->upper != nullptr) release_block(store, factor_side::upper, target->number, use);
+    release_block(store, factor_side::lower, target->number, use);
+}
+
+template <typename value_t>
+void bind_thread_space(const factor_run<value_t> *run, int64_t id, void *work, thread_space<value_t> *space)
+{
+    const factor_input<value_t> &in = *run->in;
+    const int64_t n = run->s->neqns;
+    *space = {};
+    space->id = id;
+    space->relative = in.thread_rows + run->s->supernodes + (2 * id - 1) * n;
+    space->row_position = space->relative + n;
+    space->buffer = in.update_buffer + (id - 1) * in.buffer_entries;
+    space->buffer_entries = in.buffer_entries;
+    space->work = work == nullptr ? nullptr : static_cast<char *>(work) + (id - 1) * dense_work_size();
+}
+
+template <typename value_t>
+void merge_counts(factor_run<value_t> *run, thread_space<value_t> *space)
+{
+#pragma omp critical(stats_lock)
+    {
+        run->perturbed += space->perturbed;
+        run->positive += space->positive;
+        run->negative += space->negative;
+    }
+    space->perturbed = space->positive = space->negative = 0;
+}
+
+#define INSTANTIATE(V)                                                                                                                     \
+    template bool open_target<V>(factor_run<V> *, int64_t, block_use, target_block<V> *);                                                  \
+    template void close_target<V>(const factor_run<V> *, const target_block<V> *, block_use);                                              \
+    template void bind_thread_space<V>(const factor_run<V> *, int64_t, void *, thread_space<V> *);                                         \
+    template void merge_counts<V>(factor_run<V> *, thread_space<V> *);
+FOR_EACH_VALUE(INSTANTIATE)
