@@ -47,28 +47,49 @@ struct residual_matrix {
     const value_t *a;
 };
 
-/* Iterative refinement of x (or of b with overwrite_rhs 1).
-   saved_rhs: with overwrite_rhs 1 a copy of the right-hand side, else null (b is read).
-   Returns 0, -112 (contraction failure), or the failure of a solve. */
+/* Iterative refinement of a first solution: residual against the matrix, solve against the factors, add. The loop ends after |request|
+   steps (two when request is 0), or when a step no longer contracts the residual by 0.9.
+   solve    as for the first solution; its b, x, overwrite_rhs say where right-hand side and solution stand, its step code and window are
+            not read. The solution is in b when overwrite_rhs is 1, and x is then working space; else in x, and b stays.
+   request  iparam(8): magnitude is the step limit, negative asks for residuals and solution in extended precision (80-bit on x86-64)
+   sum_rhs  sum of the absolute values of the real components of the right-hand sides
+   work     refinement_work_entries entries; with overwrite_rhs 1 the first n * nb hold a copy of the right-hand sides
+   Returns 0, -112 (the residual did not contract and the last correction was not small), or the failure of a solve (-1, -2). The
+   solution stands as it is after the last step in every case. */
 struct refinement_result {
-    int64_t steps;           /* refinement_done */
-    int64_t automatic_limit; /* 1: the run ended by the two-step limit of iparam(8) == 0, the caller stores -34 in iparam(20) */
+    int64_t steps;               /* for iparam(7) */
+    int64_t automatic_limit;     /* 1: request was 0 and the two automatic steps are done; the caller stores -34 in iparam(20) */
+    double residual, correction; /* of the last step: sums of absolute values over those of right-hand side and solution, or plain */
 };
 template <typename value_t>
-int64_t refine_solution(const solve_input<value_t> *solve, const residual_matrix<value_t> *matrix, int64_t refinement_request,
-                        double sum_rhs, value_t *work, int64_t work_entries, refinement_result *result);
+int64_t refine_solution(const solve_input<value_t> *solve, const residual_matrix<value_t> *matrix, int64_t request, double sum_rhs,
+                        value_t *work, refinement_result *result);
+/* In entries of value_t. */
+int64_t refinement_work_entries(int64_t n, int64_t nb, int64_t request);
 
-/* CGS (or CG when |mode| is 2) preconditioned by the factors. See hybrid.cpp for the layout of work. */
+/* Sum of the absolute values of all real components. */
+template <typename value_t>
+double sum_of_moduli(int64_t count, const value_t *v);
+
+/* Iteration on A x = b with the factors, of this or of an earlier matrix of the pattern, as preconditioner: conjugate gradients when |mode|
+   is 2, else conjugate gradients squared (Sonneveld 1989).
+   solve    the factors; x holds the starting iterate (the solution with these factors), b the right-hand sides; step code, window and
+            overwrite_rhs are not read
+   work     hybrid_work_entries entries, exactly
+   On success x holds the solution, copied over b with overwrite 1. On failure x holds the starting iterate, and no NaN comes into it. */
 struct hybrid_request {
     int64_t mode;
     double tolerance, divergence_bound;
     int64_t max_iterations, check_iteration;
+    int64_t overwrite;
 };
 struct hybrid_result {
-    int64_t status; /* 0 converged, -1 diverged, -2 stalled, -3 out of iterations, -4 wrong work size */
+    int64_t status; /* 0 converged, -1 diverged or broken down, -2 stalled, -3 out of iterations, -4 wrong work size */
     int64_t iterations;
     int64_t solve_error; /* failure of a preconditioning solve, else 0 */
 };
 template <typename value_t>
 void hybrid_iteration(const solve_input<value_t> *solve, const residual_matrix<value_t> *matrix, const hybrid_request *request,
                       value_t *work, int64_t work_entries, hybrid_result *result);
+/* In entries of value_t. */
+int64_t hybrid_work_entries(int64_t n, int64_t nb, int64_t mode);

@@ -98,3 +98,23 @@ void apply_inverse_diagonal(bool hermitian, int64_t columns, const value_t *bloc
 /* Exchanges of a block's pivot records, in order or undone. */
 template <typename value_t>
 void exchange_rows(int64_t columns, const int64_t *pivots, bool undo, int64_t width, value_t *x, int64_t stride);
+
+/* y = op(A) x for each of nb columns, A as the caller gave it. */
+template <typename value_t>
+void multiply_matrix(const residual_matrix<value_t> *matrix, int64_t nb, const value_t *x, value_t *y);
+
+/* residual = rhs - op(A) * x in extended precision, rounded once per entry. sums: n extended entries of scratch. Returns the sum of the
+   absolute values of the rounded residual's real components. */
+template <typename value_t>
+struct extended_value {
+    using type = long double;
+};
+template <typename real_t>
+struct extended_value<std::complex<real_t>> {
+    using type = std::complex<long double>;
+};
+template <typename value_t>
+using extended_of = typename extended_value<value_t>::type;
+template <typename value_t>
+double extended_residual(const residual_matrix<value_t> *matrix, int64_t nb, const value_t *rhs, const extended_of<value_t> *x,
+                         extended_of<value_t> *sums, value_t *residual);
