@@ -195,4 +195,25 @@ TEST(metis_guard_frames, an_inner_guard_catches_first_and_gives_the_random_numbe
     EXPECT_EQ(seen.inner, -2);
     EXPECT_EQ(seen.drawn, seen.expected);
 }
+
+TEST(metis_guard_frames, a_block_that_grows_keeps_its_content_and_its_arena)
+{
+    wkl_metis_arena arena;
+    wkl_metis_arena_open(&arena);
+    const auto grow = [](void *) {
+        char *first = static_cast<char *>(wkl_metis_malloc(5));
+        char *second = static_cast<char *>(wkl_metis_calloc(5, 1));
+        std::fill(first, first + 5, 'x');
+        first = static_cast<char *>(wkl_metis_realloc(first, 1 << 20));
+        if (std::count(first, first + 5, 'x') != 5 || second[4] != 0) wkl_metis_leave();
+        wkl_metis_free(second);
+    };
+    EXPECT_EQ(wkl_metis_guard(&arena, 1, grow, nullptr), 0);
+    EXPECT_EQ(arena.block_count, 1);
+    const auto too_large = [](void *) { wkl_metis_realloc(wkl_metis_malloc(8), SIZE_MAX - 100); };
+    EXPECT_EQ(wkl_metis_guard(&arena, 1, too_large, nullptr), -2);
+    EXPECT_EQ(arena.block_count, 2) << "a block whose growth failed stays with its arena";
+    wkl_metis_arena_close(&arena);
+    EXPECT_EQ(arena.block_count, 0);
+}
 } // namespace
