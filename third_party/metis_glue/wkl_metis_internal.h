@@ -34,10 +34,12 @@
 extern "C" {
 #endif
 #if WKL_METIS_WIDTH == 64
-#include "metis64/wkl_metis_rename.h"
+#include "metis64/wkl_metis_rename.h" /* first: it renames what the next one declares */
+
 #include "metis64/metis.h"
 #else
-#include "metis32/wkl_metis_rename.h"
+#include "metis32/wkl_metis_rename.h" /* first: it renames what the next one declares */
+
 #include "metis32/metis.h"
 #endif
 #include <metislib.h>
