@@ -53,5 +53,8 @@ function(wkl_test name)
     target_compile_definitions(test_${name} PRIVATE WKL_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data"
         WKL_SHARED_MATRICES="${PROJECT_SOURCE_DIR}/../shared/matrices")
     add_test(NAME ${name} COMMAND test_${name})
+    if("parallel" IN_LIST test_LABELS)
+        set_tests_properties(${name} PROPERTIES PROCESSORS 2)
+    endif()
     set_tests_properties(${name} PROPERTIES TIMEOUT 600 LABELS "${test_LABELS}" ENVIRONMENT "${test_ENVIRONMENT}")
 endfunction()
