@@ -72,3 +72,30 @@ void translate_table(int64_t neqns, int64_t supernodes, int64_t domains, const i
    another: what the two-level schemes rely on. */
 bool domains_are_independent(int64_t supernodes, int64_t domains, const int64_t *domain_table, const int64_t *xsuper, const int64_t *snode,
                              const int64_t *parent);
+
+/* ---- structure of the factors ---- */
+
+/* Where each column starts in lnz and unz, in domain order, so that the factors of a domain are contiguous: xlnz[n + 1], xunz[n + 1] out.
+   Returns 0, or -20 when a position would pass 2^61 - 3 - n. */
+int64_t column_pointers(int64_t neqns, int64_t supernodes, int64_t domains, const int64_t *domain_table, const int64_t *xsuper,
+                        const int64_t *colcnt, int64_t *xlnz, int64_t *xunz);
+
+struct row_structure_input {
+    int64_t neqns, supernodes, nproc, domains;
+    const int64_t *domain_table; /* independent, as analysis_prelude leaves it */
+    const int64_t *xadj, *adj, *perm, *invp, *xsuper, *snode, *xlindx;
+};
+/* Row lists of all supernodes (Ng and Peyton 1993): lindx out, ascending, at the places that xlindx gives; sparent[S] out. The domains run
+   in parallel.
+   work[2 S + 2 n min(nproc, domains)], at least 2 S + 2 n
+   Returns 0, or -2 when a list does not have the length that xlindx says. */
+int64_t row_structure(const row_structure_input *input, int64_t *lindx, int64_t *sparent, int64_t *work);
+
+/* ---- work order ---- */
+
+/* Estimated work that each supernode costs a left-looking factorization, in operations: the updates it receives and its own block. */
+void update_costs(const supernodal_structure *s, double *cost);
+
+/* Rewrite work_order[S] (a valid order on entry) for a dynamic loop of nproc threads: every descendant before its targets, leaves negative.
+   Allocates 8 words for each supernode; when that fails the order stays as it is. */
+void fill_work_order(const supernodal_structure *s, int64_t nproc, int64_t *work_order);

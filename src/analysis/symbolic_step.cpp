@@ -1,0 +1,110 @@
+#include <omp.h>
+
+#include "analysis/symbolic.h"
+
+/* Leaves first: the supernodes without children, negated, then every other one behind its last child. */
+static void fill_leaf_queue(int64_t supernodes, const int64_t *sparent, int64_t *queue, int64_t *children)
+{
+    for (int64_t s = 1; s <= supernodes; ++s) children[s - 1] = 0;
+    for (int64_t s = 1; s <= supernodes; ++s)
+        if (sparent[s - 1] != 0) ++children[sparent[s - 1] - 1];
+    int64_t end = 0;
+    for (int64_t s = 1; s <= supernodes; ++s)
+        if (children[s - 1] == 0) queue[end++] = -s;
+    for (int64_t head = 0; head < end; ++head) {
+        const int64_t up = sparent[(queue[head] < 0 ? -queue[head] : queue[head]) - 1];
+        if (up != 0 && --children[up - 1] == 0) queue[end++] = up;
+    }
+}
+
+/* Largest block that a supernode sends to one ancestor, in entries, where the triangle above the diagonal of a target counts as nothing;
+   also the largest panel. */
+static int64_t update_bound(int64_t supernodes, const int64_t *xsuper, const int64_t *snode, const int64_t *xlindx, const int64_t *lindx)
+{
+    int64_t bound = 0;
+    for (int64_t s = 1; s <= supernodes; ++s) {
+        const int64_t columns = xsuper[s] - xsuper[s - 1], count = xlindx[s] - xlindx[s - 1] - columns;
+        const int64_t *tail = lindx + (xlindx[s - 1] - 1) + columns;
+        if (columns * count > bound) bound = columns * count;
+        if (count * (count + 1) / 2 <= bound) continue;
+        for (int64_t k = 0; k < count;) {
+            const int64_t target = snode[tail[k] - 1], left = count - k;
+            int64_t run = 1;
+            while (run < left && snode[tail[k + run] - 1] == target) ++run;
+            const int64_t sent = left * run - run * (run - 1) / 2;
+            if (sent > bound) bound = sent;
+            k += run;
+        }
+    }
+    return bound;
+}
+
+/* Targets of each supernode, and how many of its rows stand in the separators. */
+static void fill_tail_tables(int64_t supernodes, int64_t first_separator_column, const int64_t *xsuper, const int64_t *snode,
+                             const int64_t *xlindx, const int64_t *lindx, int64_t *update_count, int64_t *separator_tail)
+{
+    for (int64_t s = 1; s <= supernodes; ++s) {
+        const int64_t *list = lindx + (xlindx[s - 1] - 1), count = xlindx[s] - xlindx[s - 1];
+        int64_t targets = 0, behind = 0;
+        for (int64_t k = xsuper[s] - xsuper[s - 1], target = s; k < count; ++k) {
+            if (snode[list[k] - 1] == target) continue;
+            target = snode[list[k] - 1];
+            ++targets;
+        }
+        while (behind < count && list[count - behind - 1] >= first_separator_column) ++behind;
+        update_count[s - 1] = targets;
+        separator_tail[s - 1] = behind;
+    }
+}
+
+/* The counts that other rooms size their arrays by. */
+static void publish_sizes(control_block *control, const symbolic_arrays *a)
+{
+    const int64_t neqns = control->neqns, supernodes = control->supernodes;
+    control->nnz_l = a->xlnz[neqns] - 1;
+    control->nnz_u = a->xunz[neqns] > 1 ? a->xunz[neqns] - 1 : 1;
+    if (control->symmetric_structure == 1) control->nnz_u = 1;
+
+    int64_t bound = update_bound(supernodes, a->xsuper, a->snode, a->xlindx, a->lindx);
+    if (bound == 0) bound = neqns;
+    /* room for the product and the scaled panel side by side; the block pivots of the indefinite types need it twice */
+    control->growth_denominator = control->matrix_type == 6 || control->matrix_type < 0 ? 4 : 2;
+    control->update_size = control->growth_denominator * bound;
+    control->growth_numerator = control->update_size;
+
+    control->longest_column = 0;
+    for (int64_t s = 1; s <= supernodes; ++s) {
+        const int64_t rows = a->xlindx[s] - a->xlindx[s - 1];
+        if (rows > control->longest_column) control->longest_column = rows;
+    }
+}
+
+int64_t symbolic_step(control_block *control, phase_times *times, symbolic_arrays *arrays)
+{
+    const double start = omp_get_wtime();
+    const symbolic_arrays *a = arrays;
+    const int64_t neqns = control->neqns, supernodes = control->supernodes;
+    if (column_pointers(neqns, supernodes, control->domains, a->domain_table, a->xsuper, a->colcnt, a->xlnz, a->xunz) != 0)
+        return control->internal_code = -182;
+    a->xlindx[0] = 1;
+    for (int64_t s = 1; s <= supernodes; ++s) a->xlindx[s] = a->xlindx[s - 1] + a->colcnt[a->xsuper[s - 1] - 1];
+
+    const row_structure_input rows = {neqns,  supernodes, control->nproc, control->domains, a->domain_table, a->xadj,
+                                      a->adj, a->perm,    a->invp,        a->xsuper,        a->snode,        a->xlindx};
+    if (row_structure(&rows, a->lindx, a->sparent, a->lists) != 0) return control->internal_code = -180;
+
+    for (int64_t s = 1; s <= supernodes; ++s) {
+        const int64_t last = a->xsuper[s] - 1, columns = a->xsuper[s] - a->xsuper[s - 1];
+        for (int64_t j = a->xsuper[s - 1]; j < last; ++j) a->parent[j - 1] = j + 1;
+        a->parent[last - 1] = a->sparent[s - 1] == 0 ? 0 : a->lindx[a->xlindx[s - 1] - 1 + columns];
+        a->sentinel_a[s - 1] = work_sentinel;
+        a->sentinel_b[s - 1] = work_sentinel;
+    }
+    fill_leaf_queue(supernodes, a->sparent, a->work_order, a->lists);
+    const int64_t above = first_above_domains(supernodes, control->domains, a->domain_table);
+    fill_tail_tables(supernodes, a->xsuper[above - 1], a->xsuper, a->snode, a->xlindx, a->lindx, a->update_count, a->separator_tail);
+    publish_sizes(control, a);
+    control->internal_code = 0;
+    times->time_symbfct += omp_get_wtime() - start;
+    return 0;
+}

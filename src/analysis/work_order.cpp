@@ -1,0 +1,133 @@
+/* The order in which the single-level factorization hands supernodes to its threads. A thread that takes a supernode waits until the last
+   of its descendants is done, so neighbours in the order should not depend on each other, while a subtree should stay together for the
+   cache. The order is the one in which twice as many processors as there are threads would start the supernodes: each takes a small
+   subtree from leaves to root, or one supernode above all small subtrees; among those ready, the one with the longest path to the root
+   (list scheduling by critical path, Hu 1961). Twice as many, so that the one before in the same subtree is mostly done. */
+#include "service/service.h"
+
+#include "analysis/symbolic.h"
+
+struct schedule {
+    const supernodal_structure *s;
+    double *cost, *path; /* path: cost from the start of a task to the end of the root; a task goes by the number of its root */
+    int64_t *first;      /* first supernode of a task */
+    int64_t *next;       /* next supernode of the same task, 0 at its end */
+    int64_t *waiting;    /* children tasks that are not done */
+    int64_t *children;   /* children of a supernode */
+    int64_t *heap;       /* ready tasks, longest path first */
+    int64_t ready;
+};
+
+static void push_ready(schedule *plan, int64_t task)
+{
+    int64_t hole = plan->ready++;
+    while (hole > 0) {
+        const int64_t above = (hole - 1) / 2;
+        if (plan->path[plan->heap[above] - 1] >= plan->path[task - 1]) break;
+        plan->heap[hole] = plan->heap[above];
+        hole = above;
+    }
+    plan->heap[hole] = task;
+}
+
+static int64_t pop_ready(schedule *plan)
+{
+    const int64_t task = plan->heap[0], moved = plan->heap[--plan->ready];
+    int64_t hole = 0;
+    for (;;) {
+        int64_t below = 2 * hole + 1;
+        if (below >= plan->ready) break;
+        if (below + 1 < plan->ready && plan->path[plan->heap[below + 1] - 1] > plan->path[plan->heap[below] - 1]) ++below;
+        if (plan->path[plan->heap[below] - 1] <= plan->path[moved - 1]) break;
+        plan->heap[hole] = plan->heap[below];
+        hole = below;
+    }
+    plan->heap[hole] = moved;
+    return task;
+}
+
+/* Cut the tree into tasks: subtrees of at most limit cost, and single supernodes above them. heap serves as the map from supernode to
+   task until the schedule runs. */
+static void cut_tasks(schedule *plan, double *subtree, int64_t processors)
+{
+    const int64_t count = plan->s->supernodes, *sparent = plan->s->sparent;
+    int64_t *task = plan->heap;
+    double total = 0;
+    for (int64_t s = 1; s <= count; ++s) {
+        subtree[s - 1] = plan->cost[s - 1];
+        plan->waiting[s - 1] = plan->children[s - 1] = plan->first[s - 1] = 0;
+    }
+    for (int64_t s = 1; s <= count; ++s) {
+        const int64_t up = sparent[s - 1];
+        total += plan->cost[s - 1];
+        if (up == 0) continue;
+        subtree[up - 1] += subtree[s - 1];
+        ++plan->children[up - 1];
+    }
+    const double limit = total / static_cast<double>(4 * processors);
+    for (int64_t s = count; s >= 1; --s) {
+        const int64_t up = sparent[s - 1];
+        const bool inside = up != 0 && subtree[up - 1] <= limit;
+        task[s - 1] = inside ? task[up - 1] : s;
+        if (!inside) {
+            plan->path[s - 1] = plan->cost[s - 1] + (up != 0 ? plan->path[up - 1] : 0);
+            if (up != 0) ++plan->waiting[up - 1];
+        }
+        plan->next[s - 1] = plan->first[task[s - 1] - 1]; /* descending, so each task's list ascends */
+        plan->first[task[s - 1] - 1] = s;
+    }
+    /* up to here the path of a task began with its root; now it takes in the rest of its subtree */
+    for (int64_t s = 1; s <= count; ++s)
+        if (task[s - 1] == s && subtree[s - 1] <= limit) plan->path[s - 1] += subtree[s - 1] - plan->cost[s - 1];
+}
+
+static void run_schedule(schedule *plan, double *clock, int64_t *at, int64_t *running, int64_t processors, int64_t *work_order)
+{
+    const int64_t count = plan->s->supernodes, *sparent = plan->s->sparent;
+    plan->ready = 0;
+    for (int64_t s = 1; s <= count; ++s)
+        if (plan->first[s - 1] != 0 && plan->waiting[s - 1] == 0) push_ready(plan, s);
+    int64_t busy = 0;
+    for (; busy < processors && plan->ready > 0; ++busy) {
+        clock[busy] = 0;
+        running[busy] = pop_ready(plan);
+        at[busy] = plan->first[running[busy] - 1];
+    }
+    for (int64_t k = 0; k < count;) {
+        int64_t p = 0;
+        for (int64_t q = 1; q < busy; ++q)
+            if (clock[q] < clock[p]) p = q;
+        if (at[p] == 0) {
+            /* a finished task makes at most one other ready, so a processor that finds none will not be needed again */
+            const int64_t up = sparent[running[p] - 1];
+            if (up != 0 && --plan->waiting[up - 1] == 0) push_ready(plan, up);
+            if (plan->ready > 0) {
+                running[p] = pop_ready(plan);
+                at[p] = plan->first[running[p] - 1];
+            } else {
+                --busy;
+                clock[p] = clock[busy];
+                running[p] = running[busy];
+                at[p] = at[busy];
+                continue;
+            }
+        }
+        const int64_t s = at[p];
+        work_order[k++] = plan->children[s - 1] == 0 ? -s : s;
+        clock[p] += plan->cost[s - 1];
+        at[p] = plan->next[s - 1];
+    }
+}
+
+void fill_work_order(const supernodal_structure *s, int64_t nproc, int64_t *work_order)
+{
+    const int64_t count = s->supernodes, processors = 2 * (nproc > 1 ? nproc : 1);
+    int64_t *block = static_cast<int64_t *>(service_alloc_direct(static_cast<uint64_t>(8 * count + 3 * processors) * sizeof(int64_t), 64));
+    if (block == nullptr) return; /* leaves first does as well, only slower */
+    double *real = reinterpret_cast<double *>(block + 5 * count + 2 * processors);
+    schedule plan = {s, real, real + count, block, block + count, block + 2 * count, block + 3 * count, block + 4 * count, 0};
+    update_costs(s, plan.cost);
+    cut_tasks(&plan, real + 2 * count, processors);
+    run_schedule(&plan, real + 3 * count, block + 5 * count, block + 5 * count + processors, processors, work_order);
+    service_free_direct(block);
+}
