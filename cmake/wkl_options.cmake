@@ -28,6 +28,10 @@ elseif(WKL_SANITIZE STREQUAL "thread")
     add_link_options(-fsanitize=thread)
 endif()
 
+if(WKL_FUZZERS)
+    add_compile_options(-fsanitize=fuzzer-no-link) # coverage for libFuzzer in every object
+endif()
+
 # The core: nothing throws, and no product is fused with an addition unless a file asks for it, so that bits do not depend on the compiler.
 add_library(wkl_core_options INTERFACE)
 target_link_libraries(wkl_core_options INTERFACE wkl_options)

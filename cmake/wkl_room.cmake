@@ -58,3 +58,14 @@ function(wkl_test name)
     endif()
     set_tests_properties(${name} PROPERTIES TIMEOUT 600 LABELS "${test_LABELS}" ENVIRONMENT "${test_ENVIRONMENT}")
 endfunction()
+
+# wkl_fuzz_corpus(TARGET FOLDER): a CTest entry, labelled "fuzz", that runs the kept inputs of a libFuzzer target once each. The target
+# fuzz_targets builds all of these.
+function(wkl_fuzz_corpus target folder)
+    if(NOT TARGET fuzz_targets)
+        add_custom_target(fuzz_targets)
+    endif()
+    add_dependencies(fuzz_targets ${target})
+    add_test(NAME ${target} COMMAND ${target} -runs=0 ${CMAKE_CURRENT_SOURCE_DIR}/${folder})
+    set_tests_properties(${target} PROPERTIES TIMEOUT 600 LABELS fuzz)
+endfunction()
