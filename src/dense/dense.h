@@ -14,8 +14,8 @@
 /* Whether the transpose of a mirrored operand also conjugates. For the real types the two are the same. */
 enum class mirror : int32_t { symmetric, hermitian };
 
-/* Which part of the result an update touches: the whole q by k block, or its lower trapezoid (entries with i >= j). Entries above the
-   diagonal of the leading k by k square may or may not be updated by the lower shape, so nothing may depend on them. */
+/* Which part of the result an update touches: the whole q by k block, or its lower trapezoid (entries with i >= j; the others are neither
+   read nor written). */
 enum class update_shape : int32_t { full, lower };
 
 template <typename value_t>

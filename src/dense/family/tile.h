@@ -1,0 +1,248 @@
+/* The register tile: mv vectors of rows by nr columns (counted in reals) of a product a * b', accumulated over the depth and then added
+   to, stored in or scattered into the result.
+
+   A complex product runs through the same real tile: the pairs of a row are two lanes, the pairs of a column of the right operand two
+   columns, and e = column 2j, o = column 2j + 1 of the tile hold (ar br, ai br) and (ar bi, ai bi), so that the complex column is
+       e * (1, sa) + swap(o) * (-sa sb, sb)        sa, sb = -1 for a conjugated operand.
+   Each entry is the sum over the depth in ascending order, from 0, whatever the tile: splitting the result changes no bits. */
+#pragma once
+
+#include "dense/family/vector.h"
+
+namespace WKL_FAMILY
+{
+namespace
+{
+
+/* Largest tile. Three vectors by four columns and their operands fill sixteen registers where a fused multiply-add needs no room for the
+   product; without it, two by four do. */
+#if defined(__FMA__)
+constexpr int64_t tile_vectors = 3;
+#else
+constexpr int64_t tile_vectors = 2;
+#endif
+constexpr int64_t tile_columns = 4;
+template <typename real_t>
+constexpr int64_t tile_rows = tile_vectors *lanes<real_t>;
+
+enum class write_mode : int32_t { add, store, scatter };
+
+/* Where products go, and their factors. Set once per operation. */
+template <typename value_t>
+struct tile_target {
+    value_t *c;
+    int64_t ldc;
+    const int64_t *row_position; /* write_mode::scatter: positions of all rows and columns of the result */
+    const int64_t *column_position;
+    write_mode mode;
+    bool lower;               /* only entries with row >= column count, the others are left alone */
+    bool turned;              /* complex alpha with an imaginary part: the product is turned by alpha itself */
+    vec<real_of<value_t>> s1; /* real types: alpha; complex types: the signs of e and of swap(o), times the real alpha */
+    vec<real_of<value_t>> s2;
+    real_of<value_t> alpha[2];
+};
+
+/* One operand pair of a tile: a has tile rows contiguous and a_step reals between depths, b likewise. */
+template <typename real_t>
+struct tile_operands {
+    const real_t *a;
+    int64_t a_step;
+    const real_t *b;
+    int64_t b_step;
+    int64_t depth;
+};
+
+template <typename value_t>
+DENSE_INLINE void set_signs(tile_target<value_t> *t, bool conjugate_a, bool conjugate_b, const real_of<value_t> *factor)
+{
+    using real_t = real_of<value_t>;
+    t->turned = false;
+    if constexpr (is_complex<value_t>) {
+        t->turned = factor[1] != 0;
+        t->alpha[0] = factor[0];
+        t->alpha[1] = factor[1];
+        const real_t scale = t->turned ? 1 : factor[0];
+        const real_t sa = conjugate_a ? -1 : 1;
+        const real_t sb = conjugate_b ? -1 : 1;
+        t->s1 = broadcast_pair<real_t>(scale, sa * scale);
+        t->s2 = broadcast_pair<real_t>(-sa * sb * scale, sb * scale);
+    } else {
+        (void)conjugate_a;
+        (void)conjugate_b;
+        t->s1 = broadcast(factor[0]);
+        t->s2 = t->s1;
+    }
+}
+
+template <typename real_t, int mv, int nr, bool masked>
+DENSE_INLINE void tile_product(const tile_operands<real_t> &x, int64_t tail, vec<real_t> (&sum)[nr][mv])
+{
+    const real_t *a = x.a;
+    const real_t *b = x.b;
+    const vec<real_t> zero = broadcast(real_t{0});
+    for (int j = 0; j < nr; ++j) {
+        for (int v = 0; v < mv; ++v) sum[j][v] = zero;
+    }
+    for (int64_t l = x.depth; l > 0; --l) {
+        vec<real_t> row[mv];
+        for (int v = 0; v < mv; ++v) {
+            if (masked && v == mv - 1)
+                row[v] = load_part(a + v * lanes<real_t>, tail);
+            else
+                row[v] = load(a + v * lanes<real_t>);
+        }
+        for (int j = 0; j < nr; ++j) {
+            const vec<real_t> column = broadcast(b[j]);
+            for (int v = 0; v < mv; ++v) sum[j][v] = madd(row[v], column, sum[j][v]);
+        }
+        a += x.a_step;
+        b += x.b_step;
+    }
+}
+
+/* The finished vector v of value column j. */
+template <typename value_t, int mv, int nr>
+DENSE_INLINE vec<real_of<value_t>> tile_value(const tile_target<value_t> &t, const vec<real_of<value_t>> (&sum)[nr][mv], int j, int v)
+{
+    using real_t = real_of<value_t>;
+    if constexpr (!is_complex<value_t>)
+        return t.s1 * sum[j][v];
+    else {
+        vec<real_t> x = sum[2 * j][v] * t.s1 + swap_pairs(sum[2 * j + 1][v]) * t.s2;
+        if (t.turned) { x = x * broadcast(t.alpha[0]) + swap_pairs(x) * broadcast_pair<real_t>(-t.alpha[1], t.alpha[1]); }
+        return x;
+    }
+}
+
+template <typename value_t>
+DENSE_INLINE void scatter_lanes(vec<real_of<value_t>> x, int64_t count, const int64_t *position, value_t *column)
+{
+    using real_t = real_of<value_t>;
+    alignas(vector_bytes) real_t lane[lanes<real_t>];
+    store(lane, x);
+    for (int64_t i = 0; i < count; ++i) {
+        real_t *entry = as_real(column + position[i]);
+        for (int64_t p = 0; p < parts<value_t>; ++p) entry[p] += lane[i * parts<value_t> + p];
+    }
+}
+
+/* A tile that the diagonal crosses: its finished columns lie in `value`, `rows` long. Only entries on and below the diagonal are taken. */
+template <typename value_t>
+__attribute__((noinline)) void write_crossing(const tile_target<value_t> &t, int64_t i, int64_t j, int64_t rows, int64_t columns,
+                                              const real_of<value_t> *value, int64_t value_step)
+{
+    constexpr int64_t width = parts<value_t>;
+    for (int64_t l = 0; l < columns; ++l) {
+        const int64_t first = j + l > i ? j + l - i : 0;
+        const bool scattered = t.mode == write_mode::scatter;
+        value_t *column = t.c + (scattered ? t.column_position[j + l] : j + l) * t.ldc;
+        for (int64_t r = first; r < rows; ++r) {
+            real_of<value_t> *entry = as_real(column + (scattered ? t.row_position[i + r] : i + r));
+            const real_of<value_t> *x = value + l * value_step + r * width;
+            for (int64_t p = 0; p < width; ++p) entry[p] = t.mode == write_mode::store ? x[p] : entry[p] + x[p];
+        }
+    }
+}
+
+/* One tile: rows of values from i on, columns of values from j on; tail: lanes of the last vector (masked only). */
+template <typename value_t, int mv, int nr, bool masked>
+void tile_run(const tile_target<value_t> &t, const tile_operands<real_of<value_t>> &x, int64_t i, int64_t j, int64_t tail)
+{
+    using real_t = real_of<value_t>;
+    constexpr int columns = nr / static_cast<int>(parts<value_t>);
+    constexpr int64_t values = lanes<real_t> / parts<value_t>; /* values in a vector */
+    vec<real_t> sum[nr][mv];
+    if (t.lower && i < j + columns - 1) {
+        alignas(vector_bytes) real_t value[columns * mv * lanes<real_t>];
+        tile_product<real_t, mv, nr, masked>(x, tail, sum);
+        for (int l = 0; l < columns; ++l) {
+            for (int v = 0; v < mv; ++v) store(value + (l * mv + v) * lanes<real_t>, tile_value<value_t, mv, nr>(t, sum, l, v));
+        }
+        const int64_t rows = ((mv - 1) * lanes<real_t> + (masked ? tail : lanes<real_t>)) / parts<value_t>;
+        write_crossing(t, i, j, rows, columns, value, mv * lanes<real_t>);
+        return;
+    }
+    if (t.mode != write_mode::scatter) {
+        real_t *c = as_real(t.c + i + j * t.ldc);
+        const int64_t step = t.ldc * parts<value_t>;
+        for (int l = 0; l < columns; ++l) {
+            __builtin_prefetch(c + l * step, 1);
+            __builtin_prefetch(c + l * step + mv * lanes<real_t> - 1, 1);
+        }
+        tile_product<real_t, mv, nr, masked>(x, tail, sum);
+        for (int l = 0; l < columns; ++l) {
+            for (int v = 0; v < mv; ++v) {
+                real_t *p = c + l * step + v * lanes<real_t>;
+                vec<real_t> y = tile_value<value_t, mv, nr>(t, sum, l, v);
+                if (masked && v == mv - 1) {
+                    if (t.mode == write_mode::add) y = load_part(p, tail) + y;
+                    store_part(p, y, tail);
+                } else {
+                    if (t.mode == write_mode::add) y = load(p) + y;
+                    store(p, y);
+                }
+            }
+        }
+        return;
+    }
+    tile_product<real_t, mv, nr, masked>(x, tail, sum);
+    for (int v = 0; v < mv; ++v) {
+        const bool part = masked && v == mv - 1;
+        const int64_t count = part ? tail / parts<value_t> : values;
+        const int64_t *position = t.row_position + i + v * values;
+        const bool run = position[count - 1] - position[0] == count - 1;
+        for (int l = 0; l < columns; ++l) {
+            value_t *column = t.c + t.column_position[j + l] * t.ldc;
+            const vec<real_t> y = tile_value<value_t, mv, nr>(t, sum, l, v);
+            if (!run)
+                scatter_lanes<value_t>(y, count, position, column);
+            else {
+                real_t *p = as_real(column + position[0]);
+                if (part)
+                    store_part(p, load_part(p, tail) + y, tail);
+                else
+                    store(p, load(p) + y);
+            }
+        }
+    }
+}
+
+template <typename value_t>
+using tile_body = void(const tile_target<value_t> &, const tile_operands<real_of<value_t>> &, int64_t, int64_t, int64_t);
+
+/* All tiles: [masked][vectors - 1][value columns - 1]. */
+template <typename value_t>
+struct tile_bodies {
+    static constexpr int64_t columns = tile_columns / parts<value_t>;
+    tile_body<value_t> *body[2][tile_vectors][columns];
+};
+
+template <typename value_t, int mv>
+DENSE_INLINE constexpr void fill_bodies(tile_bodies<value_t> *t)
+{
+    constexpr int step = static_cast<int>(parts<value_t>);
+    t->body[0][mv - 1][0] = tile_run<value_t, mv, step, false>;
+    t->body[1][mv - 1][0] = tile_run<value_t, mv, step, true>;
+    t->body[0][mv - 1][1] = tile_run<value_t, mv, 2 * step, false>;
+    t->body[1][mv - 1][1] = tile_run<value_t, mv, 2 * step, true>;
+    if constexpr (!is_complex<value_t>) {
+        t->body[0][mv - 1][2] = tile_run<value_t, mv, 3, false>;
+        t->body[1][mv - 1][2] = tile_run<value_t, mv, 3, true>;
+        t->body[0][mv - 1][3] = tile_run<value_t, mv, 4, false>;
+        t->body[1][mv - 1][3] = tile_run<value_t, mv, 4, true>;
+    }
+    if constexpr (mv > 1) fill_bodies<value_t, mv - 1>(t);
+}
+
+template <typename value_t>
+constexpr tile_bodies<value_t> make_bodies()
+{
+    tile_bodies<value_t> t = {};
+    fill_bodies<value_t, static_cast<int>(tile_vectors)>(&t);
+    return t;
+}
+template <typename value_t>
+constexpr tile_bodies<value_t> tiles = make_bodies<value_t>();
+
+} // namespace
+} // namespace WKL_FAMILY
