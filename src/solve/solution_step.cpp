@@ -24,7 +24,9 @@ static void choose_transfers(const solve_input<value_t> *in, sweep<value_t> *w)
     const int64_t code = in->solve_step_code;
     const int64_t *perm = in->structure->perm;
     const bool into = code <= 1, out_of = code == 0 || code == 3;
-    const bool conjugate = is_complex_value<value_t> && (w->kind == factor_kind::lu ? in->transpose_mode == 2 : in->transpose_mode != 0);
+    /* A symmetric type equals its transpose, a Hermitian one its conjugate transpose: the other one of the two conjugates A. */
+    const int64_t conjugating = w->hermitian ? 1 : 2;
+    const bool conjugate = is_complex_value<value_t> && in->transpose_mode == conjugating;
     w->gather = {perm, nullptr, nullptr, false, conjugate, w->window.gather_first_row};
     w->scatter = {perm, nullptr, nullptr, false, conjugate, w->window.scatter_first_row};
     if (w->kind != factor_kind::lu) {
