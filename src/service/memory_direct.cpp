@@ -46,7 +46,7 @@ void *service_alloc_direct(uint64_t size, int32_t alignment)
     auto *raw = static_cast<char *>(service_system.allocate(total));
     if (raw == nullptr) return nullptr;
     const auto end = reinterpret_cast<uint64_t>(raw) + a + header_size;
-    char *pointer = raw + (a + header_size - end % a);
+    char *pointer = raw + (a + header_size - (end & (a - 1)));
     write_header(pointer, raw, total);
     count_block(total, 1);
     return pointer;

@@ -47,8 +47,7 @@ static void refill_entry(pool_entry *entry, uint64_t need)
 static char *take_entry(pool_entry *entry, uint64_t size, uint64_t alignment)
 {
     char *raw = entry->raw.load(relaxed);
-    const uint64_t past = reinterpret_cast<uint64_t>(raw) % alignment;
-    char *user = past == 0 ? raw : raw + (alignment - past);
+    char *user = raw + ((0 - reinterpret_cast<uint64_t>(raw)) & (alignment - 1)); /* alignment is a power of two */
     entry->in_use.store(1, relaxed);
     entry->requested.store(size, relaxed);
     entry->user.store(user, relaxed);
