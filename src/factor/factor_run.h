@@ -7,6 +7,7 @@
 
 #include "dense/dense.h"
 #include "factor/factor.h"
+#include "factor/idle_wait.h"
 #include "state/matrix_types.h"
 
 /* Sources whose remaining row lists are equal are applied in one pass over the target; this many at most. */

@@ -43,7 +43,14 @@ template <typename value_t, factor_kind kind, mirror sym>
 void run_driver(factor_run<value_t> *run, void *work)
 {
     const factor_input<value_t> &in = *run->in;
-    if (in.single_thread == 1) serial_driver<value_t, kind, sym>(run, work);
+    if (in.single_thread == 1)
+        serial_driver<value_t, kind, sym>(run, work);
+    else if (in.single_thread != 0)
+        return;
+    else if (in.lists->two_level == 0)
+        single_level_region<value_t, kind, sym>(run, work);
+    else
+        two_level_region<value_t, kind, sym>(run, work);
 }
 
 template <typename value_t>
@@ -79,7 +86,9 @@ void numeric_dispatch(const factor_input<value_t> *input, factor_result *result)
     run.epsilon = static_cast<real_of<value_t>>(perturbation_epsilon(in));
     run.hermitian = type->hermitian;
     run.two_sides = type->kind == factor_kind::lu;
-    run.group_sources = in.store->pager == nullptr ? group_limit : 1;
+    /* together only where nothing is paged, and not where bits must not depend on what has arrived */
+    const bool strict_order = in.single_thread != 1 && in.lists->two_level == 2;
+    run.group_sources = in.store->pager == nullptr && !strict_order ? group_limit : 1;
     run.total_entries = s.nnz_l;
     run.last_percent = -1;
 

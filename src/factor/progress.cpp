@@ -50,7 +50,7 @@ void report_block(factor_run<value_t> *run, thread_space<value_t> *space, int64_
 {
     /* the shared count is touched some hundred times a factorization, not once a block */
     space->done += entries;
-    if (space->done * 256 < run->total_entries && !always) return;
+    if (space->done * 256 < run->total_entries && !(always && space->id == 1)) return;
     const int64_t done = run->done.fetch_add(space->done, std::memory_order_relaxed) + space->done;
     space->done = 0;
     if (space->id != 1) return;

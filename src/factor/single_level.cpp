@@ -1,0 +1,89 @@
+#include "factor/factor_run.h"
+
+/* The single-level region. The threads take the supernodes in work order; a finished one is appended to the ready list of each of its
+   targets, and a target applies what stands there until it has received all it expects. Positions are handed out in order and a target
+   comes after its descendants, so whoever waits waits for a supernode that a running thread holds. The order of the updates depends on
+   arrival, and so do the last bits. lists->status holds the write positions. */
+
+namespace
+{
+
+template <typename value_t>
+void publish(factor_run<value_t> *run, int64_t number)
+{
+    const work_lists &lists = *run->in->lists;
+#pragma omp critical(ready_lock)
+    {
+        for (int64_t p = lists.list_start[number - 1]; p < lists.list_start[number]; ++p) {
+            const int64_t at = lists.status[lists.list_source[p - 1] - 1]++;
+            lists.ready_source[at - 1] = number;
+            lists.ready_rows[at - 1] = lists.list_rows[p - 1];
+        }
+    }
+}
+
+/* Apply updates as they arrive. Returns early when the run has failed. */
+template <typename value_t, factor_kind kind, mirror sym>
+void receive_updates(factor_run<value_t> *run, thread_space<value_t> *space, target_block<value_t> *target)
+{
+    const work_lists &lists = *run->in->lists;
+    const int64_t number = target->number, end = lists.ready_start[number];
+    idle_wait wait;
+    for (int64_t read = lists.ready_start[number - 1]; read < end;) {
+        int64_t written = 0;
+#pragma omp critical(ready_lock)
+        written = lists.status[number - 1];
+        if (failed(run)) return;
+        if (written == read) {
+            wait.pause();
+            continue;
+        }
+        wait.reset();
+        for (; read < written && !failed(run); ++read)
+            apply_update<value_t, kind, sym>(run, space, target, lists.ready_source[read - 1], lists.ready_rows[read - 1]);
+        flush_updates<value_t, kind, sym>(run, space, target);
+    }
+}
+
+template <typename value_t, factor_kind kind, mirror sym>
+void process_supernode(factor_run<value_t> *run, thread_space<value_t> *space, int64_t number)
+{
+    target_block<value_t> target;
+    if (!open_target(run, number, block_use::create, &target)) return;
+    assemble_supernode(run, &target);
+    receive_updates<value_t, kind, sym>(run, space, &target);
+    if (!failed(run)) factor_supernode<value_t, kind, sym>(run, space, &target);
+    close_target(run, &target, block_use::create);
+    if (failed(run)) return;
+    publish(run, number);
+    report_block(run, space, target.rows * target.columns, true);
+}
+
+} // namespace
+
+template <typename value_t, factor_kind kind, mirror sym>
+void single_level_region(factor_run<value_t> *run, void *work)
+{
+    const work_lists &lists = *run->in->lists;
+    const int64_t supernodes = run->s->supernodes;
+    for (int64_t i = 0; i < supernodes; ++i) lists.status[i] = lists.ready_start[i];
+    int64_t threads = 0;
+#pragma omp parallel num_threads(static_cast <int>(run->in->nproc))
+    {
+        thread_space<value_t> space;
+        int64_t id = 0;
+#pragma omp critical(thread_id_lock)
+        id = ++threads;
+        bind_thread_space(run, id, work, &space);
+#pragma omp for schedule(dynamic, 1)
+        for (int64_t position = 0; position < supernodes; ++position) {
+            const int64_t entry = lists.work_order[position];
+            if (!failed(run)) process_supernode<value_t, kind, sym>(run, &space, entry < 0 ? -entry : entry);
+        }
+        merge_counts(run, &space);
+        if (id == 1 && !failed(run)) report_percent(run, 100);
+    }
+}
+
+#define INSTANTIATE(V, kind, sym) template void single_level_region<V, kind, sym>(factor_run<V> *, void *);
+FOR_EACH_MEMBER(INSTANTIATE)

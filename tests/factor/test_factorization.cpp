@@ -1,0 +1,55 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+#include "rebuild.h"
+#include "service/service.h"
+
+namespace
+{
+
+template <typename value_t>
+double tolerance(double growth)
+{
+    return growth * static_cast<double>(std::numeric_limits<real_part_t<value_t>>::epsilon());
+}
+
+template <typename value_t>
+std::vector<int64_t> definite_types()
+{
+    if constexpr (is_real<value_t>)
+        return {2};
+    else
+        return {4};
+}
+
+const problem_shape shapes[] = {
+    {1, 0.5, 4, 1, 1},   {2, 1.0, 1, 1, 2},  {30, 0.05, 4, 1, 3},   {40, 0.2, 80, 1, 4}, {61, 0.03, 3, 4, 5},
+    {80, 0.08, 8, 2, 6}, {64, 1.0, 9, 1, 7}, {90, 0.02, 128, 8, 8}, {50, 0.0, 4, 2, 9},  {120, 0.06, 16, 4, 10},
+};
+
+template <typename value_t>
+class factorization_of : public testing::Test
+{
+};
+using value_types = testing::Types<double, float, std::complex<double>, std::complex<float>>;
+TYPED_TEST_SUITE(factorization_of, value_types);
+
+/* Misplaced entries, wrong offsets of scattered updates, lost or doubled updates, use of stale storage (all arrays are poisoned). */
+TYPED_TEST(factorization_of, definite_types_rebuilds_the_matrix_with_every_driver)
+{
+    for (const int64_t type : definite_types<TypeParam>())
+        for (const problem_shape &shape : shapes)
+            for (const int64_t two_level : {0, 1, 2})
+                for (const int64_t threads : {1, 2, 5}) {
+                    const auto q = make_problem<TypeParam>(type, shape, two_level);
+                    factorization<TypeParam> f;
+                    prepare(q, threads, &f);
+                    numeric_dispatch(&f.input, &f.result);
+                    ASSERT_EQ(f.result.error, 0);
+                    EXPECT_EQ(f.result.positive, q.n);
+                    EXPECT_LE(rebuild_error(q, f), tolerance<TypeParam>(4)) << shape.n << " threads " << threads << " level " << two_level;
+                }
+}
+
+} // namespace
