@@ -18,7 +18,7 @@ template <typename value_t>
 struct factor_run {
     const factor_input<value_t> *in;
     const supernodal_structure *s;
-    real_of<value_t> epsilon;   /* pivots of at most this magnitude are replaced */
+    double epsilon;             /* pivots of at most this magnitude are replaced */
     bool hermitian;             /* a transposed image is conjugated */
     bool two_sides;             /* a separate U: LU */
     int64_t group_sources;      /* sources taken together, 1..group_limit */
@@ -141,5 +141,15 @@ void two_level_region(factor_run<value_t> *run, void *work);
     X(double, factor_kind::cholesky, mirror::hermitian)                                                                                    \
     X(float, factor_kind::cholesky, mirror::hermitian)                                                                                     \
     X(std::complex<double>, factor_kind::cholesky, mirror::hermitian)                                                                      \
-    X(std::complex<float>, factor_kind::cholesky, mirror::hermitian)
+    X(std::complex<float>, factor_kind::cholesky, mirror::hermitian)                                                                       \
+    X(double, factor_kind::ldlt, mirror::hermitian)                                                                                        \
+    X(float, factor_kind::ldlt, mirror::hermitian)                                                                                         \
+    X(std::complex<double>, factor_kind::ldlt, mirror::hermitian)                                                                          \
+    X(std::complex<float>, factor_kind::ldlt, mirror::hermitian)                                                                           \
+    X(std::complex<double>, factor_kind::ldlt, mirror::symmetric)                                                                          \
+    X(std::complex<float>, factor_kind::ldlt, mirror::symmetric)                                                                           \
+    X(double, factor_kind::lu, mirror::symmetric)                                                                                          \
+    X(float, factor_kind::lu, mirror::symmetric)                                                                                           \
+    X(std::complex<double>, factor_kind::lu, mirror::symmetric)                                                                            \
+    X(std::complex<float>, factor_kind::lu, mirror::symmetric)
 #define FOR_EACH_VALUE(X) X(double) X(float) X(std::complex<double>) X(std::complex<float>)

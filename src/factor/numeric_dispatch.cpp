@@ -64,7 +64,16 @@ const matrix_type_row *find_type(int64_t code)
 template <typename value_t>
 void run_member(factor_run<value_t> *run, const matrix_type_row &type, void *work)
 {
-    if (type.kind == factor_kind::cholesky) run_driver<value_t, factor_kind::cholesky, mirror::hermitian>(run, work);
+    if (type.kind == factor_kind::cholesky)
+        run_driver<value_t, factor_kind::cholesky, mirror::hermitian>(run, work);
+    else if (type.kind == factor_kind::lu)
+        run_driver<value_t, factor_kind::lu, mirror::symmetric>(run, work);
+    else if constexpr (std::is_floating_point_v<value_t>)
+        run_driver<value_t, factor_kind::ldlt, mirror::hermitian>(run, work);
+    else if (type.hermitian)
+        run_driver<value_t, factor_kind::ldlt, mirror::hermitian>(run, work);
+    else
+        run_driver<value_t, factor_kind::ldlt, mirror::symmetric>(run, work);
 }
 
 } // namespace
@@ -83,7 +92,7 @@ void numeric_dispatch(const factor_input<value_t> *input, factor_result *result)
     factor_run<value_t> run = {};
     run.in = input;
     run.s = &s;
-    run.epsilon = static_cast<real_of<value_t>>(perturbation_epsilon(in));
+    run.epsilon = perturbation_epsilon(in);
     run.hermitian = type->hermitian;
     run.two_sides = type->kind == factor_kind::lu;
     /* together only where nothing is paged, and not where bits must not depend on what has arrived */

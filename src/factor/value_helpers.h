@@ -35,3 +35,37 @@ inline real_of<value_t> real_part(const value_t &x)
     else
         return x.real();
 }
+
+/* Size of an entry in a search for pivots: |x|, or |re| + |im| as LAPACK takes it. */
+template <typename value_t>
+inline real_of<value_t> size_of(const value_t &x)
+{
+    if constexpr (std::is_floating_point_v<value_t>)
+        return std::fabs(x);
+    else
+        return std::fabs(x.real()) + std::fabs(x.imag());
+}
+
+/* 1 or -1 by the real part; 1 for any zero. */
+template <typename value_t>
+inline double sign_of(const value_t &x)
+{
+    return real_part(x) < 0 ? -1 : 1;
+}
+
+template <typename value_t>
+inline void swap_values(value_t *x, value_t *y)
+{
+    const value_t t = *x;
+    *x = *y;
+    *y = t;
+}
+
+/* Value types with the ways to mirror that differ. */
+#define FOR_EACH_MIRROR(X)                                                                                                                 \
+    X(double, mirror::hermitian)                                                                                                           \
+    X(float, mirror::hermitian)                                                                                                            \
+    X(std::complex<double>, mirror::hermitian)                                                                                             \
+    X(std::complex<float>, mirror::hermitian)                                                                                              \
+    X(std::complex<double>, mirror::symmetric)                                                                                             \
+    X(std::complex<float>, mirror::symmetric)

@@ -15,12 +15,12 @@ double tolerance(double growth)
 }
 
 template <typename value_t>
-std::vector<int64_t> definite_types()
+std::vector<int64_t> types_of()
 {
     if constexpr (is_real<value_t>)
-        return {2};
+        return {2, -2, 1, 11};
     else
-        return {4};
+        return {4, -4, 6, 3, 13};
 }
 
 const problem_shape shapes[] = {
@@ -35,21 +35,29 @@ class factorization_of : public testing::Test
 using value_types = testing::Types<double, float, std::complex<double>, std::complex<float>>;
 TYPED_TEST_SUITE(factorization_of, value_types);
 
-/* Misplaced entries, wrong offsets of scattered updates, lost or doubled updates, use of stale storage (all arrays are poisoned). */
-TYPED_TEST(factorization_of, definite_types_rebuilds_the_matrix_with_every_driver)
+/* Misplaced entries, wrong offsets of scattered updates, lost or doubled updates, exchanges not carried to a panel, use of stale storage
+   (all arrays are poisoned). */
+TYPED_TEST(factorization_of, every_type_rebuilds_the_matrix_with_every_driver)
 {
-    for (const int64_t type : definite_types<TypeParam>())
-        for (const problem_shape &shape : shapes)
-            for (const int64_t two_level : {0, 1, 2})
-                for (const int64_t threads : {1, 2, 5}) {
-                    const auto q = make_problem<TypeParam>(type, shape, two_level);
-                    factorization<TypeParam> f;
-                    prepare(q, threads, &f);
-                    numeric_dispatch(&f.input, &f.result);
-                    ASSERT_EQ(f.result.error, 0);
-                    EXPECT_EQ(f.result.positive, q.n);
-                    EXPECT_LE(rebuild_error(q, f), tolerance<TypeParam>(4)) << shape.n << " threads " << threads << " level " << two_level;
-                }
+    for (const int64_t type : types_of<TypeParam>())
+        for (problem_shape shape : shapes) {
+            shape.shuffle_rows = type > 10;
+            for (const int64_t pivoting : {0, 1})
+                for (const int64_t two_level : {0, 1, 2})
+                    for (const int64_t threads : {1, 2, 5}) {
+                        if (pivoting == 0 && type_of(type).kind != factor_kind::ldlt) continue;
+                        const auto q = make_problem<TypeParam>(type, shape, two_level);
+                        factorization<TypeParam> f;
+                        prepare(q, threads, &f);
+                        f.input.pivoting = pivoting;
+                        numeric_dispatch(&f.input, &f.result);
+                        ASSERT_EQ(f.result.error, 0) << type;
+                        if (type_of(type).kind == factor_kind::cholesky) EXPECT_EQ(f.result.positive, q.n);
+                        EXPECT_EQ(f.result.perturbed, 0);
+                        EXPECT_LE(rebuild_error(q, f), tolerance<TypeParam>(4))
+                            << "type " << type << " n " << shape.n << " threads " << threads << " level " << two_level;
+                    }
+        }
 }
 
 } // namespace
