@@ -35,7 +35,7 @@ enum class csr_structure {
     general,       /* m by k */
     symmetric,     /* one triangle stored; no conjugation, also for complex values */
     antisymmetric, /* one triangle stored, the other is its negative; the diagonal is zero and stored diagonal entries are skipped */
-    hermitian,     /* one triangle stored, the other is its conjugate; the same as symmetric for real values */
+    hermitian,     /* one triangle stored, the other is its conjugate; diagonal entries must be real; symmetric for real values */
     triangular,    /* the stored triangle only */
     diagonal       /* the diagonal entries only */
 };

@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
-#include <numeric>
 #include <zlib.h>
 
 namespace
@@ -215,38 +214,6 @@ bool parse_array(parser *p)
     return true;
 }
 
-/* Order the entries by rows and columns and sum duplicates. */
-void compress_rows(const triplets &entries, market_matrix *a)
-{
-    const size_t width = a->field == market_field::complex ? 2 : 1;
-    const size_t count = entries.row.size();
-    std::vector<int64_t> start(static_cast<size_t>(a->rows) + 1, 0);
-    for (const int64_t row : entries.row) ++start[static_cast<size_t>(row)];
-    std::partial_sum(start.begin(), start.end(), start.begin());
-    std::vector<size_t> order(count), next(start.begin(), start.end() - 1);
-    for (size_t k = 0; k < count; ++k) order[next[static_cast<size_t>(entries.row[k]) - 1]++] = k;
-
-    a->ia.assign(static_cast<size_t>(a->rows) + 1, 1);
-    a->ja.reserve(count);
-    a->value.reserve(count * width);
-    for (size_t i = 0; i < static_cast<size_t>(a->rows); ++i) {
-        const auto first = order.begin() + start[i], last = order.begin() + start[i + 1];
-        const auto by_column = [&](size_t s, size_t t) { return entries.column[s] < entries.column[t]; };
-        if (!std::is_sorted(first, last, by_column)) std::stable_sort(first, last, by_column);
-        const size_t row_begin = a->ja.size();
-        for (auto k = first; k != last; ++k) {
-            const bool duplicate = a->ja.size() > row_begin && a->ja.back() == entries.column[*k];
-            if (!duplicate) {
-                a->ja.push_back(entries.column[*k]);
-                a->value.insert(a->value.end(), width, 0.0);
-            }
-            double *sum = a->value.data() + a->value.size() - width;
-            for (size_t c = 0; c < width; ++c) sum[c] += entries.value[*k * width + c];
-        }
-        a->ia[i + 1] = static_cast<int64_t>(a->ja.size()) + 1;
-    }
-}
-
 bool parse(parser *p)
 {
     if (!parse_banner(p) || !parse_sizes(p)) return false;
@@ -255,9 +222,9 @@ bool parse(parser *p)
     if (next_data_line(p, &line)) return fail(p, "more entries than the header promises");
     if (p->lines.failure != nullptr) return fail(p, p->lines.failure);
     /* Row pointers cost memory for each row, so a matrix must not be all but empty. */
-    const int64_t sensible = (int64_t{1} << 20) + 256 * static_cast<int64_t>(p->entries.row.size());
+    const int64_t sensible = 65536 + 256 * static_cast<int64_t>(p->entries.row.size());
     if (p->matrix->rows > sensible || p->matrix->columns > sensible) return fail(p, "far more rows or columns than entries");
-    compress_rows(p->entries, p->matrix);
+    market_compress(p->entries.row, p->entries.column, p->entries.value, p->matrix);
     return true;
 }
 

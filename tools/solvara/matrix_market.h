@@ -30,6 +30,11 @@ bool read_matrix_market(const std::string &path, market_matrix *matrix, std::str
 /* The same for a text in memory. */
 bool parse_matrix_market(const char *text, size_t length, market_matrix *matrix, std::string *error);
 
+/* Fill rows and entries of `matrix`, whose size, field and symmetry stand already, from entries in any order (1-based, within the size);
+   duplicates are summed. */
+void market_compress(const std::vector<int64_t> &row, const std::vector<int64_t> &column, const std::vector<double> &value,
+                     market_matrix *matrix);
+
 /* The whole matrix, both triangles, with symmetry general; the diagonal of a Hermitian matrix loses its imaginary part. */
 market_matrix market_expand(const market_matrix &matrix);
 
