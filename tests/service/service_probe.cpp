@@ -1,8 +1,10 @@
 /* The test host: a program that uses the services once, in an environment that the test chose, and prints what it sees. */
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "platform/platform.h"
 #include "service/message_numbers.h"
@@ -73,6 +75,39 @@ static void show_messages()
     std::printf("[%s]\n", service_message_text(message_condition, 2, 4, "F"));
 }
 
+/* Everything for the first time, from many threads at once: all must see what a single thread sees. */
+static void show_rush()
+{
+    constexpr int threads = 8;
+    std::atomic<int> ready{0}, differing{0};
+    std::vector<std::thread> crew;
+    for (int t = 0; t < threads; ++t) {
+        crew.emplace_back([&] {
+            ++ready;
+            while (ready.load() < threads) {}
+            const auto see = [] {
+                std::vector<int64_t> seen = {service_cpu_type(),
+                                             service_cbwr_branch(1),
+                                             service_cpu_ma(),
+                                             service_vsmp(),
+                                             service_cpu_is_amd_family_10h(),
+                                             service_cache_size(0),
+                                             service_dynamic(),
+                                             static_cast<int64_t>(service_cpu_feature_word())};
+                void *block = service_alloc(1000, 64);
+                seen.push_back(block != nullptr ? 1 : 0);
+                service_free(block);
+                const std::string text = service_message_text(message_condition, 2, 5, "F");
+                seen.push_back(text == "Norvi WKL INTERNAL ERROR: Condition 5 detected in function F." ? 1 : 0);
+                return seen;
+            };
+            if (see() != see() || see().back() != 1 || service_max_threads() < 1) ++differing;
+        });
+    }
+    for (std::thread &member : crew) member.join();
+    std::printf("differing=%d", differing.load());
+}
+
 int main(int argc, char **argv)
 {
     const std::string command = argc > 1 ? argv[1] : "";
@@ -82,6 +117,7 @@ int main(int argc, char **argv)
     if (command == "overrides") show_overrides();
     if (command == "processor") show_processor();
     if (command == "memory") show_memory();
+    if (command == "rush") show_rush();
     if (command == "messages") show_messages();
     if (command == "path") service_print_message(0, message_ooc_env_path, 1, std::string(static_cast<std::size_t>(number), 'x').c_str());
     if (command == "unsupported") service_cpu_unsupported(number);

@@ -144,6 +144,14 @@ TEST(thread_environment, topology)
         "threads");
 }
 
+/* A race in one of the first-use guards shows here under the thread sanitizer, or as an answer that changes. */
+TEST(thread_environment, first_use_by_many_threads)
+{
+    const probe_result result = run_probe(PROBE_REAL, {"WKL_CBWR=AUTO", "WKL_VSMP=2", "WKL_NUM_THREADS=2"}, "rush");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(value_of(result.output, "differing"), "0");
+}
+
 /* The machine at hand, with nothing faked: whatever the processors, the cap is never above what the system offers. */
 TEST(thread_environment, real_machine)
 {
