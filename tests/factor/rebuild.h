@@ -22,7 +22,8 @@ inline std::vector<std::pair<int64_t, int64_t>> exchanges_of(const int64_t *pivo
 
 /* Add the part of supernode s: the matrix is the sum of g h' over the supernodes, g = [E' L; L_panel] and h' = D g' or [U_ss U_panel]. */
 template <typename value_t>
-void add_supernode(const small_problem<value_t> &q, const factorization<value_t> &f, int64_t s, std::vector<value_t> *sum)
+void add_supernode(const small_problem<value_t> &q, const factorization<value_t> &f, int64_t s, std::vector<value_t> *sum,
+                   std::vector<double> *magnitude)
 {
     using small_problem_steps::z;
     const factor_kind kind = type_of(q.type).kind;
@@ -65,22 +66,26 @@ void add_supernode(const small_problem<value_t> &q, const factorization<value_t>
     }
     for (int64_t k = 0; k < columns; ++k)
         for (int64_t j = 0; j < n; ++j)
-            for (int64_t i = 0; i < n; ++i) (*sum)[z(i + j * n)] += g[z(i + k * n)] * h[z(j + k * n)];
+            for (int64_t i = 0; i < n; ++i) {
+                (*sum)[z(i + j * n)] += g[z(i + k * n)] * h[z(j + k * n)];
+                (*magnitude)[z(i + j * n)] += static_cast<double>(std::abs(g[z(i + k * n)]) * std::abs(h[z(j + k * n)]));
+            }
 }
 
-/* Largest difference between the product of the factors and the permuted matrix, over n times the largest entry. A NaN counts as 1e300. */
+/* Largest difference between the product of the factors and the permuted matrix, over n times the largest entry of |g| |h'|, which is what
+   elimination with this growth can promise. A NaN counts as 1e300. */
 template <typename value_t>
 double rebuild_error(const small_problem<value_t> &q, const factorization<value_t> &f)
 {
     using small_problem_steps::z;
     std::vector<value_t> sum(z(q.n * q.n), value_t(0));
-    for (int64_t s = 0; s < q.structure.supernodes; ++s) add_supernode(q, f, s, &sum);
-    double worst = 0, largest = 0;
+    std::vector<double> magnitude(z(q.n * q.n), 0);
+    for (int64_t s = 0; s < q.structure.supernodes; ++s) add_supernode(q, f, s, &sum, &magnitude);
+    double worst = 0;
     for (int64_t j = 0; j < q.n; ++j)
         for (int64_t i = 0; i < q.n; ++i) {
-            const double e = std::abs(sum[z(i + j * q.n)] - q.at(i, j));
+            const double e = static_cast<double>(std::abs(sum[z(i + j * q.n)] - q.at(i, j)));
             if (!(e <= worst)) worst = std::isnan(e) ? 1e300 : e;
-            largest = std::max(largest, static_cast<double>(std::abs(q.at(i, j))));
         }
-    return worst / (largest * static_cast<double>(q.n));
+    return worst / (*std::max_element(magnitude.begin(), magnitude.end()) * static_cast<double>(q.n));
 }

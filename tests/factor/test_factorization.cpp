@@ -60,4 +60,30 @@ TYPED_TEST(factorization_of, every_type_rebuilds_the_matrix_with_every_driver)
         }
 }
 
+/* Row exchanges and 2x2 pivots that are not carried to the right rows, columns or panels. The diagonal is weak, so that both occur. */
+TYPED_TEST(factorization_of, pivoted_types_rebuild_a_matrix_with_weak_diagonal)
+{
+    for (const int64_t type : types_of<TypeParam>()) {
+        if (type_of(type).kind == factor_kind::cholesky) continue;
+        int64_t exchanges = 0, pairs = 0;
+        for (const unsigned seed : {1U, 2U, 3U, 4U, 5U, 6U})
+            for (const int64_t threads : {1, 2}) {
+                const problem_shape shape = {70, 0.15, 40, 2, seed, 0.3, type > 10};
+                const auto q = make_problem<TypeParam>(type, shape, threads == 1 ? 0 : 1);
+                factorization<TypeParam> f;
+                prepare(q, threads, &f);
+                numeric_dispatch(&f.input, &f.result);
+                ASSERT_EQ(f.result.error, 0);
+                EXPECT_LE(rebuild_error(q, f), tolerance<TypeParam>(20)) << "type " << type << " seed " << seed;
+                for (int64_t c = 0; c < q.n; ++c) {
+                    const int64_t local = c + 2 - q.xsuper[static_cast<size_t>(q.snode[static_cast<size_t>(c)] - 1)];
+                    pairs += f.pivots[static_cast<size_t>(c)] < 0;
+                    exchanges += f.pivots[static_cast<size_t>(c)] > 0 && f.pivots[static_cast<size_t>(c)] != local;
+                }
+            }
+        EXPECT_GT(exchanges, 20);
+        if (type_of(type).kind == factor_kind::ldlt) EXPECT_GT(pairs, 20);
+    }
+}
+
 } // namespace
