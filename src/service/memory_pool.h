@@ -39,8 +39,14 @@ thread_pool *service_thread_pool();
 int32_t service_pool_count();
 thread_pool *service_pool_at(int32_t place);
 
-/* True when the environment switches the pools off. */
-bool service_pool_disabled();
+/* True when the environment switches the pools off; read on first use. */
+extern std::atomic<int32_t> service_pool_switch; /* -1 not read yet, 0 pools are on, 1 off */
+bool service_read_pool_switch();
+inline bool service_pool_disabled()
+{
+    const int32_t state = service_pool_switch.load(std::memory_order_relaxed);
+    return state < 0 ? service_read_pool_switch() : state != 0;
+}
 
 /* Alignment as used: a power of two that is at least 64 stands, anything else becomes 64. */
 inline uint64_t used_alignment(int32_t alignment)

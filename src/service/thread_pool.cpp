@@ -16,26 +16,20 @@ static thread_place places[pool_places + 1];
 static std::atomic<int32_t> places_filled{0};
 static std::atomic<int32_t> place_slot{slot_missing}; /* holds each thread's place as a shortcut */
 
-static std::atomic<int32_t> fast_mm_state{-1};   /* 1 once the switch has been read */
-static std::atomic<int32_t> fast_mm_disabled{0}; /* 1 when the environment switches the pools off */
+std::atomic<int32_t> service_pool_switch{-1};
 
-static void read_switch()
+bool service_read_pool_switch()
 {
     char value[17];
     service_lock();
-    if (fast_mm_state.load(std::memory_order_relaxed) == -1) {
-        const bool off = platform_environment("WKL_DISABLE_FAST_MM", value, sizeof value) > 0 ||
-                         platform_environment("WKL_MM_DISABLE", value, sizeof value) > 0;
-        fast_mm_disabled.store(off ? 1 : 0, std::memory_order_relaxed);
-        fast_mm_state.store(1, std::memory_order_release);
+    int32_t state = service_pool_switch.load(std::memory_order_relaxed);
+    if (state < 0) {
+        state = platform_environment("WKL_DISABLE_FAST_MM", value, sizeof value) > 0 ||
+                platform_environment("WKL_MM_DISABLE", value, sizeof value) > 0;
+        service_pool_switch.store(state, std::memory_order_relaxed);
     }
     service_unlock();
-}
-
-bool service_pool_disabled()
-{
-    if (fast_mm_state.load(std::memory_order_acquire) == -1) read_switch();
-    return fast_mm_disabled.load(std::memory_order_relaxed) != 0;
+    return state != 0;
 }
 
 int32_t service_pool_count()
@@ -71,6 +65,7 @@ static bool belongs_to(int32_t place, uint64_t identifier)
 static int32_t fill_place(uint64_t identifier)
 {
     int32_t place = 0;
+    if (service_pool_count() == pool_places) return 0; /* the late threads of a crowd do not queue for the lock */
     service_lock();
     const int32_t filled = places_filled.load(std::memory_order_relaxed);
     if (filled < pool_places) {
