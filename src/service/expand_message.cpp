@@ -5,7 +5,10 @@
 
 enum class argument_kind { none, narrow_integer, wide_integer, real, text, character, address };
 
-static constexpr int64_t directive_limit = 24; /* longest directive, in characters, that is taken for one */
+/* Longest directive, in characters, and most digits of a width or precision, for what is taken for a directive. A text has no use for
+   more, and a width of nine digits would keep the formatting busy for seconds. */
+static constexpr int64_t directive_limit = 24;
+static constexpr int32_t digits_limit = 3;
 
 /* One directive "%..."; kind none is one that is not understood. */
 struct directive {
@@ -24,10 +27,11 @@ static directive read_directive(message_view text, int64_t at)
     int64_t p = at + 1;
     const auto next = [&] { return p < text.length ? text.begin[p] : '\0'; };
     while (is_one_of(next(), "-+ #0")) ++p;
-    while (is_one_of(next(), "0123456789")) ++p;
+    int32_t width_digits = 0, precision_digits = 0;
+    for (; is_one_of(next(), "0123456789"); ++p) ++width_digits;
     if (next() == '.') {
         ++p;
-        while (is_one_of(next(), "0123456789")) ++p;
+        for (; is_one_of(next(), "0123456789"); ++p) ++precision_digits;
     }
     int halves = 0, longs = 0;
     for (; next() == 'h'; ++p) ++halves;
@@ -35,7 +39,9 @@ static directive read_directive(message_view text, int64_t at)
     const char conversion = next();
     const int64_t length = p + 1 - at;
     const directive not_understood = {1, argument_kind::none};
-    if (length > directive_limit || halves > 2 || longs > 2 || (halves > 0 && longs > 0)) return not_understood;
+    if (length > directive_limit || width_digits > digits_limit || precision_digits > digits_limit || halves > 2 || longs > 2 ||
+        (halves > 0 && longs > 0))
+        return not_understood;
     if (is_one_of(conversion, "diuxXo")) return {length, longs > 0 ? argument_kind::wide_integer : argument_kind::narrow_integer};
     if (halves > 0) return not_understood;
     if (is_one_of(conversion, "fFeEgG")) return {length, argument_kind::real};

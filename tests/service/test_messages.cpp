@@ -103,8 +103,8 @@ TEST(expansion, directives)
     std::string out;
     EXPECT_EQ(expanded(&out, "%5d|%-4lli|%c|%.2e|%s", 5, 7, int64_t{8}, 'x', 0.5, static_cast<const char *>(nullptr)), 28);
     EXPECT_EQ(out, "    7|8   |x|5.00e-01|(null)");
-    (void)expanded(&out, "%n%*d%q%", 4, 1, 2, 3, 4);
-    EXPECT_EQ(out, "%n%*d%q%") << "directives that write memory or are not understood stay";
+    (void)expanded(&out, "%n%*d%q%9999d%", 5, 1, 2, 3, 4, 5);
+    EXPECT_EQ(out, "%n%*d%q%9999d%") << "directives that write memory or are not understood stay";
     (void)expanded(&out, "%d %% %d %% %d", 2, 1, 2);
     EXPECT_EQ(out, "1 % 2 % %d");
     EXPECT_EQ(expanded(&out, "%s", 1, std::string(900, 'z').c_str()), 900);
