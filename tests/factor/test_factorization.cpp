@@ -52,7 +52,7 @@ TYPED_TEST(factorization_of, every_type_rebuilds_the_matrix_with_every_driver)
                         f.input.pivoting = pivoting;
                         numeric_dispatch(&f.input, &f.result);
                         ASSERT_EQ(f.result.error, 0) << type;
-                        if (type_of(type).kind == factor_kind::cholesky) EXPECT_EQ(f.result.positive, q.n);
+                        if (type_of(type).kind == factor_kind::cholesky) { EXPECT_EQ(f.result.positive, q.n); }
                         EXPECT_EQ(f.result.perturbed, 0);
                         EXPECT_LE(rebuild_error(q, f), tolerance<TypeParam>(4))
                             << "type " << type << " n " << shape.n << " threads " << threads << " level " << two_level;
@@ -82,7 +82,7 @@ TYPED_TEST(factorization_of, pivoted_types_rebuild_a_matrix_with_weak_diagonal)
                 }
             }
         EXPECT_GT(exchanges, 20);
-        if (type_of(type).kind == factor_kind::ldlt) EXPECT_GT(pairs, 20);
+        if (type_of(type).kind == factor_kind::ldlt) { EXPECT_GT(pairs, 20); }
     }
 }
 
