@@ -66,7 +66,7 @@ vector product(const char *uplo, const matrix &s, const vector &x)
 
 bool same_bits(const vector &a, const vector &b)
 {
-    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0;
+    return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0);
 }
 
 std::string report_of(const char *uplo, int64_t m, int64_t *result)
