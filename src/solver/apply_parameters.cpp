@@ -1,7 +1,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "platform/platform.h"
+#include "service/service.h"
 #include "solver/control.h"
 #include "state/matrix_types.h"
 
@@ -32,7 +32,7 @@ void begin_call(solver_call *call)
         times.time_numfct = times.time_solve = times.time_cgs = 0.0;
     }
     times.time_malloc = 0.0;
-    times.time_total = times.time_stamp = platform_seconds();
+    times.time_total = times.time_stamp = service_seconds();
     if (call->analyses) {
         int64_t &threads = iparam_at(call->iparam, iparam_threads);
         if (threads < 1) threads = 1;

@@ -1,7 +1,6 @@
 /* Sizes of the work arrays, stage by stage, as soon as the analysis result that fixes them is known. All sizes are in 8-byte words. The
    told formulas are the least each array gets; the arrays of the position map, the lists and the adjacency grow beyond them where their
    contents need more. */
-#include <cstdio>
 #include <initializer_list>
 
 #include "service/service.h"
@@ -48,7 +47,7 @@ void account(solver_state *state, int64_t bytes)
 {
     state->memory_current += bytes;
     if (state->memory_current > state->memory_peak) state->memory_peak = state->memory_current;
-    std::fflush(stdout);
+    service_flush_output();
 }
 
 /* Give block words words; an array that is there already is grown and keeps its contents. It never shrinks. */

@@ -1,6 +1,5 @@
 /* One call, from the caller's arguments to the result: the steps in their order, and the ways a call may end. */
-#include <cstdio>
-
+#include "service/service.h"
 #include "solver/control.h"
 
 bool refuse(solver_call *call, int64_t code)
@@ -48,7 +47,7 @@ void decode_core_mode(solver_call *call)
 
 bool open_call(solver_call *call)
 {
-    std::fflush(stdout);
+    service_flush_output();
     iparam_at(call->iparam, iparam_domain_exponent) = 0;
     decode_ido(call);
     if (call->ido < ido_release_all) return refuse(call, code_ido_below_minus_one);

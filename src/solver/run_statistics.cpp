@@ -1,5 +1,4 @@
 /* The report that closes a talking call: what ran, the times, and the figures of matrix and factors. */
-#include "platform/platform.h"
 #include "service/service.h"
 #include "solver/control.h"
 #include "solver/report_lines.h"
@@ -31,7 +30,7 @@ bool out_of_core(const solver_call *call)
 void close_times(solver_call *call)
 {
     phase_times &times = call->control->times;
-    const double now = platform_seconds();
+    const double now = service_seconds();
     times.time_total = now - times.time_total;
     times.time_malloc += now - times.time_stamp;
     if (out_of_core(call)) call->state->transfer->total_seconds += times.time_total;

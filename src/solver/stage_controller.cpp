@@ -4,7 +4,7 @@
 
 #include "analysis/analysis.h"
 #include "factor/factor.h"
-#include "platform/platform.h"
+#include "service/service.h"
 #include "solver/control.h"
 #include "solver/stage_arrays.h"
 
@@ -18,13 +18,13 @@ int64_t *words(const solver_state *state, int64_t number)
 void open_stretch(solver_call *call)
 {
     phase_times &times = call->control->times;
-    times.time_malloc += platform_seconds() - times.time_stamp;
+    times.time_malloc += service_seconds() - times.time_stamp;
     call->flags.malloc = 1;
 }
 
 void close_stretch(solver_call *call)
 {
-    call->control->times.time_stamp = platform_seconds();
+    call->control->times.time_stamp = service_seconds();
 }
 
 void order(solver_call *call)
@@ -126,11 +126,11 @@ void build_lists(solver_call *call, const supernodal_structure *structure)
 {
     const solver_state *s = call->state;
     phase_times &times = call->control->times;
-    const double start = platform_seconds();
+    const double start = service_seconds();
     work_list_arrays lists{words(s, array_work_order), words(s, array_list_count), words(s, array_list_start), words(s, array_list_source),
                            words(s, array_list_rows)};
     build_work_lists(call->control, structure, &lists);
-    times.time_parlist += platform_seconds() - start;
+    times.time_parlist += service_seconds() - start;
     call->flags.parlist = 1;
 }
 

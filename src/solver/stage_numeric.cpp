@@ -3,7 +3,6 @@
 #include <complex>
 
 #include "factor/factor.h"
-#include "platform/platform.h"
 #include "service/service.h"
 #include "solve/solve.h"
 #include "solver/control.h"
@@ -181,7 +180,7 @@ void factor_values(numeric_run<value_t> *run)
     control->perturbed_pivots = control->positive_pivots = control->negative_pivots = control->failed_row = 0;
     iparam_at(call->iparam, iparam_hybrid_result) = 0;
     record_of(call)->valid = 0;
-    const double start = platform_seconds();
+    const double start = service_seconds();
     if (!open_store(run, ooc_purpose::factorize)) return;
     const factor_input<value_t> input = factor_view(run);
     factor_result result{};
@@ -189,8 +188,8 @@ void factor_values(numeric_run<value_t> *run)
     close_store(run, ooc_purpose::factorize);
     record_factorization(call, result);
     control->internal_code = result.error == code_memory || result.failed_row == 0 ? result.error : result.failed_row;
-    control->times.time_numfct = platform_seconds() - start;
-    control->times.time_stamp = platform_seconds();
+    control->times.time_numfct = service_seconds() - start;
+    control->times.time_stamp = service_seconds();
     control->times.time_a_to_lu = 0.0; /* the factorization places the values itself */
     call->flags.a_to_lu = call->flags.numfct = 1;
     call->factored = true;
@@ -332,10 +331,10 @@ int64_t try_iteration(numeric_run<value_t> *run)
     solve_input<value_t> solve = solve_view(run);
     solve.window_first = solve.window_count = 0;
     control->overwrite_rhs = overwrite;
-    const double start = platform_seconds();
+    const double start = service_seconds();
     control->internal_code = solution_step(&solve);
     if (failed(call)) return -1;
-    set_budget(run, platform_seconds() - start);
+    set_budget(run, service_seconds() - start);
     bound_iteration(run);
     if (run->budget < 1) {
         if (!call->factored) published = -5;
@@ -356,10 +355,10 @@ step hybrid_step(numeric_run<value_t> *run)
     solver_call *call = run->call;
     control_block *control = call->control;
     if (!open_store(run, ooc_purpose::solve)) return step::end;
-    const double start = platform_seconds();
+    const double start = service_seconds();
     const int64_t status = try_iteration(run);
     close_store(run, ooc_purpose::solve);
-    control->times.time_stamp = platform_seconds();
+    control->times.time_stamp = service_seconds();
     control->times.time_cgs = control->times.time_stamp - start;
     call->flags.cgs = 1;
     if (failed(call) || status == 0) return step::end;
@@ -411,11 +410,11 @@ void solve_and_refine(numeric_run<value_t> *run)
         sum_rhs = sum_of_moduli(count, solve.b);
         for (int64_t i = 0; control->overwrite_rhs == 1 && i < count; ++i) work[i] = solve.b[i];
     }
-    const double start = platform_seconds();
+    const double start = service_seconds();
     control->internal_code = solution_step(&solve);
     if (call->ooc->stage_error != 0) return;
     iparam_at(call->iparam, iparam_hybrid_result) = 0;
-    control->times.time_stamp = platform_seconds();
+    control->times.time_stamp = service_seconds();
     control->times.time_solve = control->times.time_stamp - start;
     call->flags.solve = 1;
     if (control->internal_code != code_none) return;
