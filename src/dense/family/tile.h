@@ -80,19 +80,24 @@ DENSE_INLINE void tile_product(const tile_operands<real_t> &x, int64_t tail, vec
     const real_t *a = x.a;
     const real_t *b = x.b;
     const vec<real_t> zero = broadcast(real_t{0});
+    DENSE_UNROLL
     for (int j = 0; j < nr; ++j) {
+        DENSE_UNROLL
         for (int v = 0; v < mv; ++v) sum[j][v] = zero;
     }
     for (int64_t l = x.depth; l > 0; --l) {
         vec<real_t> row[mv];
+        DENSE_UNROLL
         for (int v = 0; v < mv; ++v) {
             if (masked && v == mv - 1)
                 row[v] = load_part(a + v * lanes<real_t>, tail);
             else
                 row[v] = load(a + v * lanes<real_t>);
         }
+        DENSE_UNROLL
         for (int j = 0; j < nr; ++j) {
             const vec<real_t> column = broadcast(b[j]);
+            DENSE_UNROLL
             for (int v = 0; v < mv; ++v) sum[j][v] = madd(row[v], column, sum[j][v]);
         }
         a += x.a_step;
@@ -126,6 +131,26 @@ DENSE_INLINE void scatter_lanes(vec<real_of<value_t>> x, int64_t count, const in
     }
 }
 
+/* Add or store a finished tile at c, columns `step` reals apart. */
+template <typename value_t, int mv, int nr, bool masked, bool add>
+DENSE_INLINE void write_tile(const tile_target<value_t> &t, const vec<real_of<value_t>> (&sum)[nr][mv], int64_t tail, real_of<value_t> *c,
+                             int64_t step)
+{
+    using real_t = real_of<value_t>;
+    DENSE_UNROLL
+    for (int l = 0; l < nr / static_cast<int>(parts<value_t>); ++l) {
+        DENSE_UNROLL
+        for (int v = 0; v < mv; ++v) {
+            real_t *p = c + l * step + v * lanes<real_t>;
+            const vec<real_t> y = tile_value<value_t, mv, nr>(t, sum, l, v);
+            if (masked && v == mv - 1)
+                store_part(p, add ? load_part(p, tail) + y : y, tail);
+            else
+                store(p, add ? load(p) + y : y);
+        }
+    }
+}
+
 /* A tile that the diagonal crosses: its finished columns lie in `value`, `rows` long. Only entries on and below the diagonal are taken. */
 template <typename value_t>
 __attribute__((noinline)) void write_crossing(const tile_target<value_t> &t, int64_t i, int64_t j, int64_t rows, int64_t columns,
@@ -155,7 +180,9 @@ void tile_run(const tile_target<value_t> &t, const tile_operands<real_of<value_t
     if (t.lower && i < j + columns - 1) {
         alignas(vector_bytes) real_t value[columns * mv * lanes<real_t>];
         tile_product<real_t, mv, nr, masked>(x, tail, sum);
+        DENSE_UNROLL
         for (int l = 0; l < columns; ++l) {
+            DENSE_UNROLL
             for (int v = 0; v < mv; ++v) store(value + (l * mv + v) * lanes<real_t>, tile_value<value_t, mv, nr>(t, sum, l, v));
         }
         const int64_t rows = ((mv - 1) * lanes<real_t> + (masked ? tail : lanes<real_t>)) / parts<value_t>;
@@ -165,32 +192,26 @@ void tile_run(const tile_target<value_t> &t, const tile_operands<real_of<value_t
     if (t.mode != write_mode::scatter) {
         real_t *c = as_real(t.c + i + j * t.ldc);
         const int64_t step = t.ldc * parts<value_t>;
+        DENSE_UNROLL
         for (int l = 0; l < columns; ++l) {
             __builtin_prefetch(c + l * step, 1);
             __builtin_prefetch(c + l * step + mv * lanes<real_t> - 1, 1);
         }
         tile_product<real_t, mv, nr, masked>(x, tail, sum);
-        for (int l = 0; l < columns; ++l) {
-            for (int v = 0; v < mv; ++v) {
-                real_t *p = c + l * step + v * lanes<real_t>;
-                vec<real_t> y = tile_value<value_t, mv, nr>(t, sum, l, v);
-                if (masked && v == mv - 1) {
-                    if (t.mode == write_mode::add) y = load_part(p, tail) + y;
-                    store_part(p, y, tail);
-                } else {
-                    if (t.mode == write_mode::add) y = load(p) + y;
-                    store(p, y);
-                }
-            }
-        }
+        if (t.mode == write_mode::add)
+            write_tile<value_t, mv, nr, masked, true>(t, sum, tail, c, step);
+        else
+            write_tile<value_t, mv, nr, masked, false>(t, sum, tail, c, step);
         return;
     }
     tile_product<real_t, mv, nr, masked>(x, tail, sum);
+    DENSE_UNROLL
     for (int v = 0; v < mv; ++v) {
         const bool part = masked && v == mv - 1;
         const int64_t count = part ? tail / parts<value_t> : values;
         const int64_t *position = t.row_position + i + v * values;
         const bool run = position[count - 1] - position[0] == count - 1;
+        DENSE_UNROLL
         for (int l = 0; l < columns; ++l) {
             value_t *column = t.c + t.column_position[j + l] * t.ldc;
             const vec<real_t> y = tile_value<value_t, mv, nr>(t, sum, l, v);

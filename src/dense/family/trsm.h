@@ -125,12 +125,15 @@ DENSE_INLINE void solve_tile(const packed_triangle<value_t> &p, const real_of<va
     vec<real_t> sum[tile_columns][mv];
     tile_product<real_t, mv, static_cast<int>(tile_columns), false>(operands, 0, sum);
     vec<real_t> x[c][mv];
+    DENSE_UNROLL
     for (int j = 0; j < c; ++j) {
         real_t *column = strip + (s + j) * tile_rows<real_t>;
+        DENSE_UNROLL
         for (int v = 0; v < mv; ++v) {
             vec<real_t> y = sum[j * width][v];
             if constexpr (is_complex<value_t>) y = y + swap_pairs(sum[2 * j + 1][v]) * broadcast_pair<real_t>(-1, 1);
             y = load(column + v * lanes<real_t>) - y;
+            DENSE_UNROLL
             for (int l = 0; l < j; ++l) y = y - times_value<value_t>(x[l][v], p.corner + ((s + j) * c + l) * width);
             y = times_value<value_t>(y, p.inverse + (s + j) * width);
             x[j][v] = y;

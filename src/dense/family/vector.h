@@ -11,6 +11,12 @@
 #include "dense/kernel_table.h"
 
 #define DENSE_INLINE __attribute__((always_inline)) inline
+/* Unroll a loop of known count early, so that its arrays become registers. */
+#if defined(__clang__)
+#define DENSE_UNROLL _Pragma("clang loop unroll(full)")
+#else
+#define DENSE_UNROLL _Pragma("GCC unroll 16")
+#endif
 
 namespace WKL_FAMILY
 {

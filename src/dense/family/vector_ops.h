@@ -56,10 +56,12 @@ DENSE_INLINE void inner_products(bool conjugate, int64_t n, const value_t *x, in
     const vec<real_t> zero = broadcast(real_t{0});
     vec<real_t> same[columns];  /* re re, im im */
     vec<real_t> cross[columns]; /* re im, im re */
+    DENSE_UNROLL
     for (int c = 0; c < columns; ++c) same[c] = cross[c] = zero;
     int64_t i = 0;
     for (; i + lanes<real_t> <= reals; i += lanes<real_t>) {
         const vec<real_t> v = load(q + i);
+        DENSE_UNROLL
         for (int c = 0; c < columns; ++c) {
             const vec<real_t> u = load(as_real(x + c * ldx) + i);
             same[c] = madd(u, v, same[c]);
@@ -68,12 +70,14 @@ DENSE_INLINE void inner_products(bool conjugate, int64_t n, const value_t *x, in
     }
     if (i < reals) {
         const vec<real_t> v = load_part(q + i, reals - i);
+        DENSE_UNROLL
         for (int c = 0; c < columns; ++c) {
             const vec<real_t> u = load_part(as_real(x + c * ldx) + i, reals - i);
             same[c] = madd(u, v, same[c]);
             if constexpr (is_complex<value_t>) cross[c] = madd(u, swap_pairs(v), cross[c]);
         }
     }
+    DENSE_UNROLL
     for (int c = 0; c < columns; ++c) {
         if constexpr (is_complex<value_t>) {
             /* cross holds re(x) im(y) in the even lanes and im(x) re(y) in the odd ones */
@@ -99,6 +103,7 @@ DENSE_INLINE void add_multiples(int64_t n, const real_of<value_t> *f, const valu
     real_t *q = as_real(y);
     vec<real_t> even[columns];
     vec<real_t> odd[columns];
+    DENSE_UNROLL
     for (int c = 0; c < columns; ++c) {
         even[c] = odd[c] = broadcast(f[c * parts<value_t>]);
         if constexpr (is_complex<value_t>) odd[c] = broadcast_pair<real_t>(-f[2 * c + 1], f[2 * c + 1]);
@@ -106,6 +111,7 @@ DENSE_INLINE void add_multiples(int64_t n, const real_of<value_t> *f, const valu
     int64_t i = 0;
     for (; i + lanes<real_t> <= reals; i += lanes<real_t>) {
         vec<real_t> sum = load(q + i);
+        DENSE_UNROLL
         for (int c = 0; c < columns; ++c) {
             const vec<real_t> v = load(as_real(x + c * ldx) + i);
             sum = madd(v, even[c], sum);
@@ -115,6 +121,7 @@ DENSE_INLINE void add_multiples(int64_t n, const real_of<value_t> *f, const valu
     }
     if (i < reals) {
         vec<real_t> sum = load_part(q + i, reals - i);
+        DENSE_UNROLL
         for (int c = 0; c < columns; ++c) {
             const vec<real_t> v = load_part(as_real(x + c * ldx) + i, reals - i);
             sum = madd(v, even[c], sum);
