@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <complex>
+#include <type_traits>
 
 namespace
 {

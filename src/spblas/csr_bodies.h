@@ -33,3 +33,5 @@ extern const csr_bodies<double> csr_bodies_sse2, csr_bodies_sse3, csr_bodies_sss
 /* The table for this process: by service_cpu_type() for double, the plain one for the other types. */
 template <typename value_t>
 const csr_bodies<value_t> &csr_bodies_chosen();
+template <>
+const csr_bodies<double> &csr_bodies_chosen<double>();

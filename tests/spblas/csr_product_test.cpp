@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <thread>
 
 namespace
 {
@@ -235,4 +236,52 @@ TEST(csr_multiply_of, understands_letters_and_refuses_others)
         EXPECT_EQ(run(transa, descriptor, &y), *transa == 'X' ? 1 : 2);
         EXPECT_EQ(y, std::vector<complex>(50, complex(7)));
     }
+}
+
+TEST(csr_drivers_by_name, are_the_forms_that_their_letters_say)
+{
+    using enum csr_structure;
+    constexpr auto lower = csr_triangle::lower, upper = csr_triangle::upper;
+    constexpr auto stored = csr_diagonal::stored, unit = csr_diagonal::unit;
+    constexpr auto none = csr_operation::none;
+    const std::pair<csr_driver *, csr_form> drivers[] = {
+        {wkl_spblas_dcsr1ng__f__mvout_omp, {general, lower, stored, none}},
+        {wkl_spblas_dcsr1tg__f__mvout_omp, {general, lower, stored, csr_operation::transpose}},
+        {wkl_spblas_dcsr1nal_f__mvout_omp, {antisymmetric, lower, stored, none}},
+        {wkl_spblas_dcsr1nau_f__mvout_omp, {antisymmetric, upper, stored, none}},
+        {wkl_spblas_dcsr1nslnf__mvout_omp, {symmetric, lower, stored, none}},
+        {wkl_spblas_dcsr1nsunf__mvout_omp, {symmetric, upper, stored, none}},
+        {wkl_spblas_dcsr1nsluf__mvout_omp, {symmetric, lower, unit, none}},
+        {wkl_spblas_dcsr1nsuuf__mvout_omp, {symmetric, upper, unit, none}},
+        {wkl_spblas_dcsr1ntlnf__mvout_omp, {triangular, lower, stored, none}},
+        {wkl_spblas_dcsr1ntluf__mvout_omp, {triangular, lower, unit, none}},
+        {wkl_spblas_dcsr1ntunf__mvout_omp, {triangular, upper, stored, none}},
+        {wkl_spblas_dcsr1ntuuf__mvout_omp, {triangular, upper, unit, none}},
+    };
+    use_threads(2);
+    for (const auto &[driver, form] : drivers) {
+        const auto q = make_case<double>(form, 70, form.structure == general ? 50 : 70, false);
+        std::vector<double> y = q.y;
+        driver(&q.s.m, &q.s.k, &q.alpha, q.s.a.data(), q.s.ja.data(), q.s.ia.data(), q.s.ia.data() + 1, q.x.data(), y.data(), &q.beta);
+        EXPECT_LE(error_of(q, y), 1e-14) << int(form.structure) << int(form.triangle) << int(form.diagonal);
+    }
+}
+
+TEST(csr_product_threads, callers_at_once_do_not_disturb_each_other)
+{
+    const csr_form form = {csr_structure::symmetric, csr_triangle::upper, csr_diagonal::stored, csr_operation::none};
+    const auto q = make_case<double>(form, 1500, 1500, true);
+    use_threads(2);
+    std::vector<std::vector<double>> results(4, q.y);
+    std::vector<std::thread> callers;
+    for (std::vector<double> &y : results) {
+        callers.emplace_back([&q, &y, &form] {
+            omp_set_num_threads(2); /* the runtime keeps the count for each thread */
+            csr_product(form, q.s.m, q.s.k, q.alpha, q.s.a.data(), q.s.ja.data(), q.s.ia.data(), q.s.ia.data() + 1, q.x.data(), q.beta,
+                        y.data());
+        });
+    }
+    for (std::thread &caller : callers) caller.join();
+    for (const std::vector<double> &y : results) EXPECT_EQ(y, results[0]);
+    EXPECT_LE(error_of(q, results[0]), 1e-14);
 }
