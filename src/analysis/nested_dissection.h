@@ -7,6 +7,7 @@ struct dissection_request {
     int64_t neqns, threads;
     int64_t *xadj;         /* [n + 1] from 1; the wide form shifts both to numbers from 0 while it works */
     int64_t *adj;          /* from 1 */
+    const int64_t *weight; /* [n] of the vertices, or null for ones */
     bool dense_rows;       /* some row is long: prune such vertices and order them last */
     int64_t domains;       /* P, a power of two */
     int64_t *order;        /* out [n]: vertex -> place, from 0 */

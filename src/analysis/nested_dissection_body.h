@@ -336,26 +336,31 @@ void reduce_under_guard(void *argument)
     const idx_t n = static_cast<idx_t>(r->request->neqns);
     ctrl_t *ctrl = SetupCtrl(METIS_OP_OMETIS, nullptr, 1, 3, nullptr, nullptr);
     if (ctrl == nullptr) wkl_metis_leave();
+    idx_t *weight = nullptr;
+    if (r->request->weight != nullptr) {
+        weight = static_cast<idx_t *>(wkl_metis_malloc(static_cast<size_t>(n) * sizeof(idx_t)));
+        for (idx_t v = 0; v < n; ++v) weight[v] = static_cast<idx_t>(r->request->weight[v]);
+    }
     if (r->request->dense_rows) {
         r->pruned_map = static_cast<idx_t *>(wkl_metis_malloc(static_cast<size_t>(n) * sizeof(idx_t)));
-        r->graph = PruneGraph(ctrl, n, r->xadj, r->adj, nullptr, r->pruned_map, 20.0F);
+        r->graph = PruneGraph(ctrl, n, r->xadj, r->adj, weight, r->pruned_map, 20.0F);
         if (r->graph == nullptr) r->pruned_map = nullptr;
     }
     if (r->graph == nullptr) {
         r->group_start = static_cast<idx_t *>(wkl_metis_malloc((static_cast<size_t>(n) + 1) * sizeof(idx_t)));
         r->group = static_cast<idx_t *>(wkl_metis_malloc(static_cast<size_t>(n) * sizeof(idx_t)));
-        r->graph = CompressGraph(ctrl, n, r->xadj, r->adj, nullptr, r->group_start, r->group);
+        r->graph = CompressGraph(ctrl, n, r->xadj, r->adj, weight, r->group_start, r->group);
         if (r->graph == nullptr)
             r->group_start = nullptr;
         else if (2 * r->graph->nvtxs < n)
             r->job->separators = 2;
     }
     if (r->graph == nullptr) {
-        r->graph = SetupGraph(ctrl, n, 1, r->xadj, r->adj, nullptr, nullptr, nullptr);
+        r->graph = SetupGraph(ctrl, n, 1, r->xadj, r->adj, weight, nullptr, nullptr);
     } else {
         r->graph->free_xadj = r->graph->free_adjncy = r->graph->free_vwgt = 0; /* the leaves look at them until the end */
-        r->job->vertex_weight = r->group_start != nullptr ? r->graph->vwgt : nullptr;
     }
+    if (weight != nullptr || r->group_start != nullptr) r->job->vertex_weight = r->graph->vwgt;
     FreeCtrl(&ctrl);
     r->job->compressed = r->group_start != nullptr;
     r->job->n = r->graph->nvtxs;

@@ -35,13 +35,13 @@ void complete_table(int64_t neqns, int64_t domains, int64_t *domain_table)
 }
 } // namespace
 
-int64_t nested_dissection_driver(int64_t neqns, int64_t threads, int64_t *xadj, int64_t *adj, int64_t *perm, int64_t *invp,
-                                 int64_t *domains, int64_t *domain_table)
+int64_t nested_dissection_driver(int64_t neqns, int64_t threads, int64_t *xadj, int64_t *adj, const int64_t *weight, int64_t *perm,
+                                 int64_t *invp, int64_t *domains, int64_t *domain_table)
 {
     int64_t width = 1;
     while (width < *domains) width *= 2;
     for (int64_t w = 0; w < 4 * width; ++w) domain_table[w] = -1;
-    const dissection_request request = {neqns, threads, xadj, adj, has_dense_row(neqns, xadj), width, invp, domain_table};
+    const dissection_request request = {neqns, threads, xadj, adj, weight, has_dense_row(neqns, xadj), width, invp, domain_table};
     const bool narrow = neqns < narrow_rows && xadj[neqns] < narrow_entries;
     const int64_t error = narrow ? dissect_narrow(&request) : dissect_wide(&request);
     if (error != 0) return error;

@@ -58,13 +58,14 @@ int64_t interface_decomposition(int64_t n, int64_t nproc, int64_t *xadj, int64_t
 /* ---- nested dissection ---- */
 
 /* Nested dissection with up to threads threads.
+   in    weight[n]     of the vertices, or null for ones
    inout domains       P, raised to a power of two
    inout xadj, adj     only borrowed: the same on return
    out   perm, invp
          domain_table  2P pairs in column numbers: the leaf domains, a free pair, the separators in pre-order; an empty pair is (k + 1, k)
    Allocates the partitioner's graphs. The result depends on the graph and P, not on the number of threads. Returns 0 or -2. */
-int64_t nested_dissection_driver(int64_t neqns, int64_t threads, int64_t *xadj, int64_t *adj, int64_t *perm, int64_t *invp,
-                                 int64_t *domains, int64_t *domain_table);
+int64_t nested_dissection_driver(int64_t neqns, int64_t threads, int64_t *xadj, int64_t *adj, const int64_t *weight, int64_t *perm,
+                                 int64_t *invp, int64_t *domains, int64_t *domain_table);
 
 /* The table for one domain: (1, n - 1), (n, n). */
 void single_domain_table(int64_t neqns, int64_t *domains, int64_t *domain_table);

@@ -89,7 +89,7 @@ int64_t choose_ordering(control_block *control, int64_t *caller_perm, ordering_a
         invert_permutation(n, arrays->perm, arrays->invp);
     } else if (dissected) {
         const int64_t threads = control->preprocessing == 3 ? control->nproc : 1;
-        error = nested_dissection_driver(n, threads, arrays->xadj, arrays->adj, arrays->perm, arrays->invp, &control->domains,
+        error = nested_dissection_driver(n, threads, arrays->xadj, arrays->adj, nullptr, arrays->perm, arrays->invp, &control->domains,
                                          arrays->domain_table);
     } else {
         error = order_by_degree(control, arrays);
