@@ -216,6 +216,12 @@ bool check_hermitian_diagonal(solver_call *call)
     if (!hermitian || call->ido <= ido_analyse || call->neqns < 1 || call->work_a == nullptr) return true;
     return call->real_bytes == 4 ? make_diagonal_real<float>(call) : make_diagonal_real<double>(call);
 }
+int64_t callers_entry_count(const solver_call *call)
+{
+    if (call->ia == nullptr || call->neqns < 0) return 0;
+    const int64_t end = one_based(call->ia[call->neqns], call->control->zero_based != 0 ? 0 : 1);
+    return end < 1 ? 0 : end - 1;
+}
 } // namespace
 
 bool prepare_input(solver_call *call)
@@ -224,12 +230,15 @@ bool prepare_input(solver_call *call)
     call->state->scaling_on = call->control->scaling_on;
     call->element_words = element_words_of(call->matrix_type);
     call->nnz = call->stored_nnz;
-    if (call->stored_neqns >= 1 && call->neqns != call->stored_neqns) return true; /* refused by the checks; copies have the old size */
+    if (call->stored_neqns >= 1 && call->neqns != call->stored_neqns) { /* refused by the checks; copies have the old size */
+        call->nnz = callers_entry_count(call);
+        return true;
+    }
 
     if (!inspect_diagonal(call) || !convert_pattern(call) || !take_ordering(call)) return false;
     if (call->work_ia == nullptr || call->work_ja == nullptr) return refuse(call, code_working_arrays);
     if (!insert_diagonal_values(call) || !check_hermitian_diagonal(call)) return false;
-    if (call->first_digit < phase_solve) call->nnz = entry_count(call);
+    if (call->first_digit < phase_solve || call->stored_nnz < 1) call->nnz = entry_count(call);
     call->ooc->msglvl_raw = call->msglvl;
     return true;
 }

@@ -32,6 +32,12 @@ struct allocation_failure {
     {
         return failures > 0;
     }
+    /* Grant everything from here on. */
+    static void disarm()
+    {
+        granted = -1;
+        repeats = false;
+    }
 
   private:
     static inline bool repeats = false;
@@ -45,7 +51,8 @@ struct allocation_failure {
     }
 };
 
-/* Run body(k) with request k failing, for k from 0 until a run asks for no k-th block. Returns the number of runs with a failure. */
+/* Run body(k) with request k failing, for k from 0 until a run asks for no k-th block before it disarms. Returns the number of runs with a
+   failure. */
 template <typename body_t>
 int64_t for_every_failing_allocation(const body_t &body)
 {
