@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-/* Work on rows r1..r2 (1-based, none when r2 < r1). The storage is that of spblas.h; x has all its entries, y starts at entry `origin`,
-   so that column c stands at y[c - origin].
+/* Work on rows r1..r2 (1-based, none when r2 < r1). The storage is that of spblas.h; y starts at entry `origin`, so that column c stands at
+   y[c - origin], and in the mirrored bodies x does too; the others have all of x.
    Bodies that write into foreign rows first scale `scale_length` entries of y by beta (0 stores zeros, whatever was there) and then add;
    the others scale each of their rows as they store it and do not read origin and scale_length. */
 template <typename value_t>

@@ -115,25 +115,25 @@ void mirrored_sweep(int64_t r1, int64_t r2, int64_t origin, value_t alpha, const
     constexpr bool conjugate_there = (conjugation & conjugate_mirror) != 0;
     const int64_t base = pntrb[0];
     int64_t p = r1 <= r2 ? pntrb[r1 - 1] - base : 0;
-    for (int64_t i = r1; i <= r2; ++i) {
-        if constexpr (!adjacent) p = pntrb[i - 1] - base;
+    for (int64_t i = r1 - origin; i <= r2 - origin; ++i) { /* i and c count from `origin` */
+        if constexpr (!adjacent) p = pntrb[i + origin - 1] - base;
         prefetch_ahead(a, ja, p);
-        const int64_t end = pntre[i - 1] - base;
-        const value_t scaled = arithmetic::multiply(x[i - 1], alpha);
+        const int64_t end = pntre[i + origin - 1] - base;
+        const value_t scaled = arithmetic::multiply(x[i], alpha);
         const value_t t = diagonal == diagonal_skew ? -scaled : scaled;
         value_t acc = value_t(0);
-        if constexpr (diagonal == diagonal_unit) acc = x[i - 1];
+        if constexpr (diagonal == diagonal_unit) acc = x[i];
         for (; p < end; ++p) {
-            const int64_t c = ja[p];
+            const int64_t c = ja[p] - origin;
             const value_t v = a[p];
             if (off_diagonal<side>(c, i)) {
-                y[c - origin] = multiply_add<arithmetic>(t, entry_value<arithmetic, conjugate_there>(v), y[c - origin]);
-                acc = acc + arithmetic::multiply(x[c - 1], entry_value<arithmetic, conjugate_here>(v));
+                y[c] = multiply_add<arithmetic>(t, entry_value<arithmetic, conjugate_there>(v), y[c]);
+                acc = acc + arithmetic::multiply(x[c], entry_value<arithmetic, conjugate_here>(v));
             } else if (diagonal == diagonal_stored && c == i) {
-                acc = acc + arithmetic::multiply(entry_value<arithmetic, conjugate_here>(v), x[c - 1]);
+                acc = acc + arithmetic::multiply(entry_value<arithmetic, conjugate_here>(v), x[c]);
             }
         }
-        y[i - origin] = multiply_add<arithmetic>(acc, alpha, y[i - origin]);
+        y[i] = multiply_add<arithmetic>(acc, alpha, y[i]);
     }
 }
 

@@ -127,7 +127,7 @@ void run_thread_rows(csr_row_body<value_t> *body, const product<value_t> &q, val
     if (owner)
         body(rows.first, rows.last, 1, q.m, q.alpha, q.a, q.ja, q.pntrb, q.pntre, q.x, q.y, q.beta);
     else
-        body(rows.first, rows.last, origin, length, q.alpha, q.a, q.ja, q.pntrb, q.pntre, q.x, table[t], value_t(0));
+        body(rows.first, rows.last, origin, length, q.alpha, q.a, q.ja, q.pntrb, q.pntre, q.x + origin - 1, table[t], value_t(0));
 }
 
 /* One stored triangle, each thread with a vector only as long as its rows can reach, from its own pool. */
