@@ -28,10 +28,15 @@ inline void match_entry(const cost_rows &rows, row_matching *matching, int64_t i
 }
 
 /* Matching of largest cardinality and, among those, of least total cost when it covers all rows: shortest augmenting paths with dual
-   variables (Duff and Koster 2001; Jonker and Volgenant 1987), begun from a cheap matching on tight entries.
+   variables (Duff and Koster 2001; Jonker and Volgenant 1987), begun from a cheap matching on tight entries. When the paths become long
+   it begins again from better duals.
    out   matching; u[n], v[n]: cost - u(row) - v(column) >= 0, and 0 on matched entries when all rows are matched (to rounding)
    work[5 n] */
 void shortest_path_matching(const cost_rows &rows, row_matching *matching, double *u, double *v, int64_t *work);
+
+/* Bring the column duals v[n] near those of an optimal matching: auction with scaled eps (Bertsekas 1988), without keeping its matching.
+   Any v is a valid start, so nothing depends on how far it comes; a bounded number of passes. work[2 n] */
+void improve_duals(const cost_rows &rows, double *v, int64_t *work);
 
 /* Scale factors of the equilibrated matrix in logarithms (Ruiz 2001): row_log[n], col_log[n] out, such that no scaled entry passes 1 and
    the largest of each row and column comes near it; cost becomes that of the scaled entries. */

@@ -12,6 +12,7 @@ struct path_search {
     int64_t *order;    /* [n] the heap from the front, the done columns from the back */
     int64_t *place;    /* [n] heap position, 0 not reached, column_done or column_dead */
     int64_t heap_count, done_count;
+    int64_t entries; /* looked at in all searches so far */
 };
 static constexpr int64_t column_done = -1;
 static constexpr int64_t column_dead = -2; /* no free column can be reached from here, now or later */
@@ -50,22 +51,29 @@ static int64_t pop_nearest(path_search *search)
     return nearest;
 }
 
-/* Smallest costs by column, then by row, as first duals; then a matching on tight entries, with one exchange where all tight columns of a
-   row are taken. scan[n]: next entry of a row to be tried as the way out of an exchange. */
-static void begin_on_tight_entries(const cost_rows &rows, row_matching *matching, double *u, double *v, int64_t *scan)
+/* Smallest costs by column as first duals. */
+static void first_duals(const cost_rows &rows, double *v)
 {
     const int64_t n = rows.n;
-    for (int64_t j = 0; j < n; ++j) {
-        v[j] = unreached;
-        matching->row_edge[j] = matching->column_row[j] = 0;
-        scan[j] = rows.start[j];
-    }
+    for (int64_t j = 0; j < n; ++j) v[j] = unreached;
     for (int64_t p = 0; p < rows.start[n] - 1; ++p) {
         double *least = &v[rows.column[p] - 1];
         if (rows.cost[p] < *least) *least = rows.cost[p];
     }
     for (int64_t j = 0; j < n; ++j)
         if (v[j] == unreached) v[j] = 0;
+}
+
+/* The row duals that go with v; then a matching on tight entries, with one exchange where all tight columns of a row are taken. scan[n]:
+   next entry of a row to be tried as the way out of an exchange. */
+static void begin_on_tight_entries(const cost_rows &rows, row_matching *matching, double *u, const double *v, int64_t *scan)
+{
+    const int64_t n = rows.n;
+    matching->count = 0;
+    for (int64_t j = 0; j < n; ++j) {
+        matching->row_edge[j] = matching->column_row[j] = 0;
+        scan[j] = rows.start[j];
+    }
     for (int64_t i = 1; i <= n; ++i) {
         double least = unreached;
         int64_t edge = 0;
@@ -107,6 +115,7 @@ static int64_t find_path(const cost_rows &rows, const row_matching &matching, co
     double base = 0, shortest = unreached;
     search->heap_count = search->done_count = 0;
     for (;;) {
+        search->entries += rows.start[i] - rows.start[i - 1];
         for (int64_t p = rows.start[i - 1]; p < rows.start[i]; ++p) {
             const int64_t j = rows.column[p - 1];
             const double reduced = rows.cost[p - 1] - u[i - 1] - v[j - 1];
@@ -134,43 +143,61 @@ static int64_t find_path(const cost_rows &rows, const row_matching &matching, co
     return free_column;
 }
 
-void shortest_path_matching(const cost_rows &rows, row_matching *matching, double *u, double *v, int64_t *work)
+/* Forget the search: its columns become unreached, or dead when it found no free column and so went everywhere. */
+static void clear_search(path_search *search, int64_t n, bool dead)
+{
+    for (int64_t k = 0; k < search->heap_count; ++k) {
+        search->distance[search->order[k] - 1] = unreached;
+        search->place[search->order[k] - 1] = 0;
+    }
+    for (int64_t k = 1; k <= search->done_count; ++k) {
+        search->distance[search->order[n - k] - 1] = unreached;
+        search->place[search->order[n - k] - 1] = dead ? column_dead : 0;
+    }
+}
+
+/* Augment from every free row. False when the searches looked at more than limit entries before the end. */
+static bool augment_all(const cost_rows &rows, row_matching *matching, double *u, double *v, path_search *search, int64_t limit)
 {
     const int64_t n = rows.n;
-    path_search search = {reinterpret_cast<double *>(work), work + n, work + 2 * n, work + 3 * n, work + 4 * n, 0, 0};
-    begin_on_tight_entries(rows, matching, u, v, search.order);
     for (int64_t j = 0; j < n; ++j) {
-        search.distance[j] = unreached;
-        search.place[j] = 0;
+        search->distance[j] = unreached;
+        search->place[j] = 0;
     }
-    for (int64_t root = 1; root <= n; ++root) {
+    for (int64_t root = 1; root <= n && search->entries <= limit; ++root) {
         if (matching->row_edge[root - 1] != 0) continue;
         double length;
-        const int64_t free_column = find_path(rows, *matching, u, v, root, &search, &length);
-        for (int64_t k = 0; k < search.heap_count; ++k) {
-            const int64_t j = search.order[k];
-            search.distance[j - 1] = unreached;
-            search.place[j - 1] = 0;
+        const int64_t free_column = find_path(rows, *matching, u, v, root, search, &length);
+        for (int64_t k = 1; k <= search->done_count && free_column != 0; ++k) {
+            const int64_t j = search->order[n - k];
+            const double slack = length - search->distance[j - 1];
+            v[j - 1] -= slack;
+            u[matching->column_row[j - 1] - 1] += slack;
         }
-        for (int64_t k = 1; k <= search.done_count; ++k) {
-            const int64_t j = search.order[n - k];
-            if (free_column != 0) {
-                const double slack = length - search.distance[j - 1];
-                v[j - 1] -= slack;
-                u[matching->column_row[j - 1] - 1] += slack;
-            }
-            search.distance[j - 1] = unreached;
-            search.place[j - 1] = free_column != 0 ? 0 : column_dead;
-        }
+        clear_search(search, n, free_column == 0);
         if (free_column == 0) continue;
         u[root - 1] += length;
         ++matching->count;
         for (int64_t j = free_column;;) {
-            const int64_t i = search.via_row[j - 1], before = matching->row_edge[i - 1];
-            match_entry(rows, matching, i, search.via_edge[j - 1]);
+            const int64_t i = search->via_row[j - 1], before = matching->row_edge[i - 1];
+            match_entry(rows, matching, i, search->via_edge[j - 1]);
             if (i == root) break;
             j = rows.column[before - 1];
         }
+    }
+    return search->entries <= limit;
+}
+
+void shortest_path_matching(const cost_rows &rows, row_matching *matching, double *u, double *v, int64_t *work)
+{
+    const int64_t n = rows.n, passes = 2; /* over all entries; the searches of real circuits and grids stay below that */
+    path_search search = {reinterpret_cast<double *>(work), work + n, work + 2 * n, work + 3 * n, work + 4 * n, 0, 0, 0};
+    first_duals(rows, v);
+    begin_on_tight_entries(rows, matching, u, v, search.order);
+    if (!augment_all(rows, matching, u, v, &search, passes * (rows.start[n] - 1))) {
+        improve_duals(rows, v, search.via_edge);
+        begin_on_tight_entries(rows, matching, u, v, search.order);
+        augment_all(rows, matching, u, v, &search, INT64_MAX);
     }
     /* The duals of the rows afresh: exactly tight where that can be, otherwise (columns were skipped as dead) at least feasible. */
     for (int64_t i = 1; i <= n; ++i) {
