@@ -207,6 +207,8 @@ void memory_plan(int64_t stage, int64_t count_only, solver_state *state);
 /* mode 0: every work array and all stored factorizations; 1: the factors of the selected number; -1: the headers' bytes; others: nothing.
  */
 void release_arrays(int64_t mode, int64_t count_only, solver_state *state);
+/* What no numeric phase reads; out of core it gives way to the windows. */
+void release_analysis_arrays(int64_t count_only, solver_state *state);
 /* Words of the solve and factorization workspaces of this call, into state->solve_work_a and solve_work_b. */
 void solve_sizes(solver_state *state, int64_t ido_internal, int64_t nb);
 int64_t kilobytes(int64_t bytes); /* truncated division by 1024, plus 1 */

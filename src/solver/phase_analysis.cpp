@@ -208,10 +208,13 @@ void estimate_memory(solver_call *call)
     call->ooc->incore_estimate = control->solve_extra_kb + control->current_analysis_kb + 1;
 
     state->core_mode = core_out;
-    state->ooc_buffer_l = 0;
-    state->memory_count_only = state->memory_current;
+    state->ooc_buffer_l = state->ooc_buffer_u = state->ooc_buffer_v = 0;
+    const int64_t diagonal_words = ((call->neqns + 1) * call->element_words * call->real_bytes + 7) / 8; /* two stores */
+    state->memory_count_only = state->memory_current + 2 * 8 * diagonal_words;
+    release_analysis_arrays(1, state);
     memory_plan(memory_ooc_tree, 1, state);
     memory_plan(memory_ooc_arrays, 1, state);
+    memory_plan(memory_factors, 1, state);
     memory_plan(memory_numeric_work, 1, state);
     call->ooc->ooc_min_kb = kilobytes(state->memory_count_only);
     const int64_t sides = 2 - control->symmetric_structure;

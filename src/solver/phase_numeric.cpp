@@ -104,7 +104,20 @@ bool decide_core_mode(solver_call *call)
     return true;
 }
 
-/* The file layer's arrays, once for an analysis. */
+/* Bytes of all arrays beside the windows, up to a refined solve. */
+int64_t bytes_beside_windows(solver_call *call)
+{
+    solver_state *state = call->state;
+    state->ooc_buffer_l = state->ooc_buffer_u = state->ooc_buffer_v = 0;
+    state->memory_count_only = state->memory_current;
+    solve_sizes(state, ido_solve, call->nb);
+    for (const memory_stage stage : {memory_ooc_arrays, memory_factors, memory_numeric_work, memory_refinement_work}) {
+        memory_plan(stage, 1, state);
+    }
+    return state->memory_count_only;
+}
+
+/* The file layer's arrays, once for an analysis, in place of those that only the analysis needed. */
 bool prepare_files(solver_call *call)
 {
     solver_state *state = call->state;
@@ -112,9 +125,10 @@ bool prepare_files(solver_call *call)
     if (state->core_mode != core_out || state->ooc_prepared != 0) return true;
     memory_plan(memory_ooc_tree, 0, state);
     if (state->memory_error_stage != 0) return plan_failed(call);
+    release_analysis_arrays(0, state);
     const supernodal_structure structure = state_structure(state);
     const ooc_request request = stage_ooc_request(call, &structure);
-    ooc_buffer_sizes(&request, state->memory_current, &state->ooc_buffer_l, &state->ooc_buffer_u, &state->ooc_buffer_v);
+    ooc_buffer_sizes(&request, bytes_beside_windows(call), &state->ooc_buffer_l, &state->ooc_buffer_u, &state->ooc_buffer_v);
     stage_controller(call, stage_ooc, call->ido_internal);
     if (call->ooc->stage_error != 0) {
         call->error = call->ooc->stage_error;
@@ -126,6 +140,23 @@ bool prepare_files(solver_call *call)
     return state->memory_error_stage == 0 || plan_failed(call);
 }
 
+void exchange_windows(array_block *one, array_block *other)
+{
+    const array_block kept = *one;
+    *one = *other;
+    *other = kept;
+}
+
+/* Out of core one pair of windows serves all matrix numbers. */
+void take_windows(solver_state *state)
+{
+    for (int64_t i = 0; i < state->max_fac_store; ++i) {
+        if (state->factor_table_l[i]->data == nullptr || state->factor_current_l->data != nullptr) continue;
+        exchange_windows(state->factor_table_l[i], state->factor_current_l);
+        exchange_windows(state->factor_table_u[i], state->factor_current_u);
+    }
+}
+
 /* Factors once for each matrix number; workspaces on every call. */
 bool plan_numeric(solver_call *call)
 {
@@ -134,6 +165,7 @@ bool plan_numeric(solver_call *call)
     if ((call->ido_internal == ido_factor || call->ido_internal == ido_factor_solve) && control->cg_mode == 0) {
         control->refactor_pending = 1;
     }
+    if (state->core_mode == core_out) take_windows(state);
     if (state->factor_current_l->data == nullptr || state->factor_current_u->data == nullptr ||
         state->factor_current_perm->data == nullptr) {
         memory_plan(memory_factors, 0, state);

@@ -42,6 +42,14 @@ void release_work_arrays(bool count_only, solver_state *state)
 }
 } // namespace
 
+void release_analysis_arrays(int64_t count_only, solver_state *state)
+{
+    constexpr array_number only_analysis[] = {array_parent,         array_colcnt,    array_ordering_lists, array_scratch_a,
+                                              array_separator_tail, array_scratch_b, array_xadj,           array_adj,
+                                              array_ordering_work};
+    for (const array_number number : only_analysis) release(state->array[number], count_only != 0, state);
+}
+
 void release_arrays(int64_t mode, int64_t count_only, solver_state *state)
 {
     const bool counting = count_only != 0;

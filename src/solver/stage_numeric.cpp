@@ -132,7 +132,7 @@ factor_input<value_t> factor_view(numeric_run<value_t> *run)
     const control_block *control = s->control;
     factor_input<value_t> input{};
     input.matrix_type = control->matrix_type;
-    input.nproc = control->nproc;
+    input.nproc = run->store.pager == nullptr ? control->nproc : ooc_factor_threads(&run->files);
     input.single_thread = control->sequential_analysis;
     input.pivoting = control->pivoting;
     input.perturbation_exponent = control->perturbation_exponent;
@@ -469,17 +469,30 @@ ooc_request stage_ooc_request(const solver_call *call, const supernodal_structur
 {
     const solver_state *s = call->state;
     const array_block *tables = s->array[array_ooc_tree];
-    return {s->ooc,
-            s->transfer,
-            s->ooc_file_name,
-            structure,
-            call->matrix_number,
-            s->symmetric_structure,
-            call->ooc->element_bytes,
-            s->nproc,
-            s->control->message_flag,
-            static_cast<int64_t *>(tables->data),
-            tables->count};
+    ooc_request request = {s->ooc,
+                           s->transfer,
+                           s->ooc_file_name,
+                           structure,
+                           call->matrix_number,
+                           s->symmetric_structure,
+                           call->ooc->element_bytes,
+                           s->nproc,
+                           s->control->message_flag,
+                           static_cast<int64_t *>(tables->data),
+                           tables->count,
+                           {}};
+    const position_map map = stage_position_map(s);
+    const auto add = [&request](ooc_file_number number, const int64_t *data, int64_t count) { request.index[number - 1] = {data, count}; };
+    add(ooc_file_lindx, structure->lindx, s->lindx_size);
+    add(ooc_file_map_src_l, map.src_l, map.length_l);
+    add(ooc_file_map_src_u, map.src_u, map.length_u);
+    add(ooc_file_map_dest_l, map.dest_l, map.length_l);
+    add(ooc_file_map_dest_u, map.dest_u, map.length_u);
+    add(ooc_file_map_col_l, map.col_l, map.length_l);
+    add(ooc_file_map_col_u, map.col_u, map.length_u);
+    add(ooc_file_list_source, words(s, array_list_source), s->task_count);
+    add(ooc_file_list_rows, words(s, array_list_rows), s->task_count);
+    return request;
 }
 
 int64_t stage_prepare_ooc(solver_call *call)

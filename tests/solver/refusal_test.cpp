@@ -66,6 +66,10 @@ const refusal refusals[] = {
      "*** Input check: j=2, ja(j)=2, ja(j+1)=2 are incompatible", "*** Input check: j=1, ja[j]=1, ja[j+1]=1 are incompatible", false},
     {"two levels with files", 0, 11, [](session *s) { s->parameter(iparam_scheme) = s->parameter(iparam_core_mode) = 1; }, 31,
      "*** Input check: Two-level factorization algorithm does not work in OOC mode.", nullptr, false},
+    {"files after a sequential analysis", 11, 22, [](session *s) { s->parameter(iparam_core_mode) = 1; }, 32,
+     "*** Input check: Sequential OOC mode of factorization is incompatible with sequential IC mode of reordering", nullptr, false},
+    {"fewer entries than equations", 0, 11, [](session *s) { s->ia[9] = 9; }, 8,
+     "*** Input check: ia(neqns+1)_new 8 _old 0 are incompatible", "*** Input check: ia[neqns]_new 7 _old -1 are incompatible", true},
     {"release of a number that is not", 12, 0, [](session *s) { s->matrix_number = 0; }, 100,
      "*** Error in SOLVARA: wrong matrix number, clean 0", nullptr, false},
     {"release on an empty handle", 0, 0, [](session *) {}, 1000,
@@ -129,6 +133,32 @@ void expect_refusal(const refusal &what, bool zero_based)
     EXPECT_LT(backward_error(&s, s.unpack(s.x)), 1e-13);
 }
 } // namespace
+
+TEST(refusal, arrays_and_sizes_that_are_not_there)
+{
+    const std::string head = "*** Error in SOLVARA  ( sequence_ido,parameters) error_num= ";
+    for (const bool zero_based : {false, true}) {
+        session s;
+        load(&s, zero_based);
+        s.msglvl = 1;
+        s.neqns = -1;
+        const std::string negative = s.printed(11);
+        EXPECT_EQ(negative.substr(0, negative.find("*** Input par")),
+                  zero_based ? head + "17\n*** Input check: neqns -1 or ia[neqns_in] 0 are invalid\n"
+                             : head + "7\n*** Input check: neqns_new -1 \n");
+        load(&s, zero_based);
+        s.ja.clear();
+        s.ja.shrink_to_fit();
+        EXPECT_EQ(s.printed(11), zero_based ? head + "16\n*** Input check: empty input arrays ia and/or ja\n"
+                                            : head + "18\n*** Input check: unexpected error with working arrays ia and/or ja\n");
+        load(&s, zero_based);
+        s.ia[9] = -3;
+        if (zero_based) { EXPECT_EQ(s.printed(11), head + "17\n*** Input check: neqns 9 or ia[neqns_in] -3 are invalid\n"); }
+        s.msglvl = 0;
+        load(&s, zero_based);
+        EXPECT_EQ(s.call(13), 0);
+    }
+}
 
 TEST(refusal, words_of_every_code_in_both_bases)
 {
