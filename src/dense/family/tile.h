@@ -35,7 +35,7 @@ struct tile_target {
     const int64_t *row_position; /* write_mode::scatter: positions of all rows and columns of the result */
     const int64_t *column_position;
     write_mode mode;
-    bool lower;               /* only entries with row >= column count, the others are left alone */
+    bool lower;               /* only entries with row >= column count, the others are left alone; not with write_mode::store */
     bool turned;              /* complex alpha with an imaginary part: the product is turned by alpha itself */
     vec<real_of<value_t>> s1; /* real types: alpha; complex types: the signs of e and of swap(o), times the real alpha */
     vec<real_of<value_t>> s2;
@@ -120,12 +120,12 @@ DENSE_INLINE vec<real_of<value_t>> tile_value(const tile_target<value_t> &t, con
 }
 
 template <typename value_t>
-DENSE_INLINE void scatter_lanes(vec<real_of<value_t>> x, int64_t count, const int64_t *position, value_t *column)
+DENSE_INLINE void scatter_lanes(vec<real_of<value_t>> x, int64_t first, int64_t count, const int64_t *position, value_t *column)
 {
     using real_t = real_of<value_t>;
     alignas(vector_bytes) real_t lane[lanes<real_t>];
     store(lane, x);
-    for (int64_t i = 0; i < count; ++i) {
+    for (int64_t i = first; i < count; ++i) {
         real_t *entry = as_real(column + position[i]);
         for (int64_t p = 0; p < parts<value_t>; ++p) entry[p] += lane[i * parts<value_t> + p];
     }
@@ -151,23 +151,46 @@ DENSE_INLINE void write_tile(const tile_target<value_t> &t, const vec<real_of<va
     }
 }
 
-/* A tile that the diagonal crosses: its finished columns lie in `value`, `rows` long. Only entries on and below the diagonal are taken. */
-template <typename value_t>
-__attribute__((noinline)) void write_crossing(const tile_target<value_t> &t, int64_t i, int64_t j, int64_t rows, int64_t columns,
-                                              const real_of<value_t> *value, int64_t value_step)
+/* Add a finished tile whose entries need looking at: scattered rows, or a diagonal that crosses it. Rows of values from i on, columns from
+   j on. Entries above the diagonal are left alone. */
+template <typename value_t, int mv, int nr, bool masked>
+DENSE_INLINE void place_tile(const tile_target<value_t> &t, const vec<real_of<value_t>> (&sum)[nr][mv], int64_t tail, int64_t i, int64_t j)
 {
-    constexpr int64_t width = parts<value_t>;
-    for (int64_t l = 0; l < columns; ++l) {
-        const int64_t first = j + l > i ? j + l - i : 0;
-        const bool scattered = t.mode == write_mode::scatter;
-        value_t *column = t.c + (scattered ? t.column_position[j + l] : j + l) * t.ldc;
-        for (int64_t r = first; r < rows; ++r) {
-            real_of<value_t> *entry = as_real(column + (scattered ? t.row_position[i + r] : i + r));
-            const real_of<value_t> *x = value + l * value_step + r * width;
-            for (int64_t p = 0; p < width; ++p) entry[p] = t.mode == write_mode::store ? x[p] : entry[p] + x[p];
+    using real_t = real_of<value_t>;
+    constexpr int columns = nr / static_cast<int>(parts<value_t>);
+    constexpr int64_t values = lanes<real_t> / parts<value_t>; /* values in a vector */
+    const bool scattered = t.mode == write_mode::scatter;
+    const bool crossed = t.lower && i < j + columns - 1;
+    value_t *column[columns];
+    DENSE_UNROLL
+    for (int l = 0; l < columns; ++l) column[l] = t.c + (scattered ? t.column_position[j + l] : j + l) * t.ldc;
+    DENSE_UNROLL
+    for (int v = 0; v < mv; ++v) {
+        const bool part = masked && v == mv - 1;
+        const int64_t count = part ? tail / parts<value_t> : values;
+        const int64_t row = i + v * values;
+        const int64_t *position = t.row_position + row;
+        const int64_t start = scattered ? position[0] : row;
+        const bool run = !scattered || position[count - 1] - start == count - 1;
+        DENSE_UNROLL
+        for (int l = 0; l < columns; ++l) {
+            const vec<real_t> y = tile_value<value_t, mv, nr>(t, sum, l, v);
+            const int64_t above = crossed && j + l > row ? j + l - row : 0;
+            if (!run)
+                scatter_lanes<value_t>(y, above, count, position, column[l]);
+            else {
+                real_t *p = as_real(column[l] + start);
+                if (part || above > 0) {
+                    if (above < count) add_range(p, y, above * parts<value_t>, count * parts<value_t>);
+                } else
+                    store(p, load(p) + y);
+            }
         }
     }
 }
+
+/* Below this depth the result's lines are needed before a prefetch could bring them. */
+constexpr int64_t prefetch_depth = 8;
 
 /* One tile: rows of values from i on, columns of values from j on; tail: lanes of the last vector (masked only). */
 template <typename value_t, int mv, int nr, bool masked>
@@ -175,57 +198,26 @@ void tile_run(const tile_target<value_t> &t, const tile_operands<real_of<value_t
 {
     using real_t = real_of<value_t>;
     constexpr int columns = nr / static_cast<int>(parts<value_t>);
-    constexpr int64_t values = lanes<real_t> / parts<value_t>; /* values in a vector */
     vec<real_t> sum[nr][mv];
-    if (t.lower && i < j + columns - 1) {
-        alignas(vector_bytes) real_t value[columns * mv * lanes<real_t>];
+    if (t.mode == write_mode::scatter || (t.lower && i < j + columns - 1)) {
         tile_product<real_t, mv, nr, masked>(x, tail, sum);
-        DENSE_UNROLL
-        for (int l = 0; l < columns; ++l) {
-            DENSE_UNROLL
-            for (int v = 0; v < mv; ++v) store(value + (l * mv + v) * lanes<real_t>, tile_value<value_t, mv, nr>(t, sum, l, v));
-        }
-        const int64_t rows = ((mv - 1) * lanes<real_t> + (masked ? tail : lanes<real_t>)) / parts<value_t>;
-        write_crossing(t, i, j, rows, columns, value, mv * lanes<real_t>);
+        place_tile<value_t, mv, nr, masked>(t, sum, tail, i, j);
         return;
     }
-    if (t.mode != write_mode::scatter) {
-        real_t *c = as_real(t.c + i + j * t.ldc);
-        const int64_t step = t.ldc * parts<value_t>;
+    real_t *c = as_real(t.c + i + j * t.ldc);
+    const int64_t step = t.ldc * parts<value_t>;
+    if (x.depth > prefetch_depth) {
         DENSE_UNROLL
         for (int l = 0; l < columns; ++l) {
             __builtin_prefetch(c + l * step, 1);
             __builtin_prefetch(c + l * step + mv * lanes<real_t> - 1, 1);
         }
-        tile_product<real_t, mv, nr, masked>(x, tail, sum);
-        if (t.mode == write_mode::add)
-            write_tile<value_t, mv, nr, masked, true>(t, sum, tail, c, step);
-        else
-            write_tile<value_t, mv, nr, masked, false>(t, sum, tail, c, step);
-        return;
     }
     tile_product<real_t, mv, nr, masked>(x, tail, sum);
-    DENSE_UNROLL
-    for (int v = 0; v < mv; ++v) {
-        const bool part = masked && v == mv - 1;
-        const int64_t count = part ? tail / parts<value_t> : values;
-        const int64_t *position = t.row_position + i + v * values;
-        const bool run = position[count - 1] - position[0] == count - 1;
-        DENSE_UNROLL
-        for (int l = 0; l < columns; ++l) {
-            value_t *column = t.c + t.column_position[j + l] * t.ldc;
-            const vec<real_t> y = tile_value<value_t, mv, nr>(t, sum, l, v);
-            if (!run)
-                scatter_lanes<value_t>(y, count, position, column);
-            else {
-                real_t *p = as_real(column + position[0]);
-                if (part)
-                    store_part(p, load_part(p, tail) + y, tail);
-                else
-                    store(p, load(p) + y);
-            }
-        }
-    }
+    if (t.mode == write_mode::add)
+        write_tile<value_t, mv, nr, masked, true>(t, sum, tail, c, step);
+    else
+        write_tile<value_t, mv, nr, masked, false>(t, sum, tail, c, step);
 }
 
 template <typename value_t>

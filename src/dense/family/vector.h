@@ -183,6 +183,27 @@ DENSE_INLINE __m256i lane_mask(float, int64_t count)
 {
     return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(mask_words_s + 8 - count));
 }
+DENSE_INLINE __m256i range_mask(double, int64_t first, int64_t count)
+{
+    const __m256i before = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(mask_words_d + 4 - first));
+    return _mm256_castpd_si256(_mm256_andnot_pd(_mm256_castsi256_pd(before), _mm256_castsi256_pd(lane_mask(0.0, count))));
+}
+DENSE_INLINE __m256i range_mask(float, int64_t first, int64_t count)
+{
+    const __m256i before = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(mask_words_s + 8 - first));
+    return _mm256_castps_si256(_mm256_andnot_ps(_mm256_castsi256_ps(before), _mm256_castsi256_ps(lane_mask(0.0F, count))));
+}
+/* p += x on lanes first .. count - 1 alone. */
+DENSE_INLINE void add_range(double *p, vector_d x, int64_t first, int64_t count)
+{
+    const __m256i mask = range_mask(0.0, first, count);
+    _mm256_maskstore_pd(p, mask, _mm256_maskload_pd(p, mask) + x);
+}
+DENSE_INLINE void add_range(float *p, vector_s x, int64_t first, int64_t count)
+{
+    const __m256i mask = range_mask(0.0F, first, count);
+    _mm256_maskstore_ps(p, mask, _mm256_maskload_ps(p, mask) + x);
+}
 DENSE_INLINE vector_d load_part(const double *p, int64_t count)
 {
     return _mm256_maskload_pd(p, lane_mask(0.0, count));
@@ -215,6 +236,13 @@ DENSE_INLINE void store_part(real_t *p, vec<real_t> x, int64_t count)
     alignas(16) real_t lane[lanes<real_t>];
     store(lane, x);
     for (int64_t i = 0; i < count; ++i) p[i] = lane[i];
+}
+template <typename real_t>
+DENSE_INLINE void add_range(real_t *p, vec<real_t> x, int64_t first, int64_t count)
+{
+    alignas(16) real_t lane[lanes<real_t>];
+    store(lane, x);
+    for (int64_t i = first; i < count; ++i) p[i] += lane[i];
 }
 #endif
 
