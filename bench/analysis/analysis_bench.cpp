@@ -1,0 +1,264 @@
+/* The analysis beside its peers in one run: entries of L and time against METIS_NodeND of the packaged library on the same graph, entries
+   of L against CHOLMOD's choice, and the share of the time that is not ordering. Ratios below 1 are in our favour.
+   Usage: analysis_bench [--csv FILE] [--runs N] [generated | MATRIX.mtx ...]   (no name: all generated matrices) */
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "analysis/analysis.h"
+#include "analysis/symbolic.h"
+#include "generators.h"
+#include "measure.h"
+
+#ifdef WKL_BENCH_METIS
+#include <metis.h>
+#endif
+#ifdef WKL_BENCH_CHOLMOD
+#include <cholmod.h>
+#endif
+
+using words = std::vector<int64_t>;
+
+struct input {
+    std::string name;
+    int64_t n, type; /* 2: upper triangle with the diagonal first; 11: all entries */
+    words ia, ja;
+};
+
+/* Everything one analysis reads and writes, sized once so that only the work is timed. */
+struct analysis {
+    control_block control;
+    phase_times times;
+    words perm, invp, parent, colcnt, xsuper, snode, xadj, adj, table, lists, work, scratch_a, scratch_b;
+    words lindx, xlindx, xlnz, xunz, sparent, work_order, update_count, separator_tail, sentinel_a, sentinel_b;
+    double seconds, ordering_seconds;
+};
+
+static size_t size_of(int64_t count)
+{
+    return static_cast<size_t>(count);
+}
+
+static input make_input(const std::string &name, const market_matrix &m)
+{
+    const bool general = m.symmetry == market_symmetry::general;
+    const market_matrix rows = general ? m : market_transpose(m);
+    input in{name, m.rows, general ? 11 : 2, {1}, {}};
+    for (int64_t i = 1; i <= in.n; ++i) {
+        if (!general) in.ja.push_back(i);
+        for (int64_t p = rows.ia[size_of(i - 1)]; p < rows.ia[size_of(i)]; ++p) {
+            if (general || rows.ja[size_of(p - 1)] != i) in.ja.push_back(rows.ja[size_of(p - 1)]);
+        }
+        in.ia.push_back(static_cast<int64_t>(in.ja.size()) + 1);
+    }
+    return in;
+}
+
+static void size_arrays(const input &in, int64_t threads, analysis *a)
+{
+    const int64_t n = in.n, entries = in.ia.back() - 1;
+    for (words *w : {&a->perm, &a->invp, &a->parent, &a->colcnt, &a->xsuper, &a->snode, &a->xadj, &a->scratch_a, &a->scratch_b, &a->xlindx,
+                     &a->xlnz, &a->xunz, &a->sparent, &a->work_order, &a->update_count, &a->separator_tail, &a->sentinel_a, &a->sentinel_b})
+        w->assign(size_of(n + 2), 0);
+    a->adj.assign(size_of(n + 2 * entries + 1), 0);
+    a->table.assign(1025, 0);
+    a->lists.assign(size_of((2 * threads + 3) * n + 6), 0);
+    a->work.assign(size_of(4 * n + 2 * entries + 2 * n * threads + 16), 0);
+}
+
+/* Ordering and symbolic step with the given thread count. */
+static void analyse(const input &in, int64_t threads, analysis *a)
+{
+    const double start = bench_seconds();
+    a->control = {};
+    a->times = {};
+    control_block &c = a->control;
+    c.neqns = in.n;
+    c.neqns_plus_one = in.n + 1;
+    c.matrix_type = in.type;
+    c.symmetric_structure = in.type == 2 ? 1 : 0;
+    c.preprocessing = threads > 1 ? 3 : 2;
+    c.nproc = threads;
+    c.sequential_analysis = threads == 1 ? 1 : 0;
+    c.panel_columns = 80;
+    c.mode_one = 1;
+    c.integer_limit = integer_limit_default;
+    for (c.domains = 1; c.domains < threads;) c.domains *= 2;
+    ordering_arrays o = {a->perm.data(),
+                         a->invp.data(),
+                         a->parent.data(),
+                         a->colcnt.data(),
+                         a->xsuper.data(),
+                         a->snode.data(),
+                         a->xadj.data(),
+                         a->adj.data(),
+                         a->table.data(),
+                         a->lists.data(),
+                         a->work.data(),
+                         a->scratch_a.data(),
+                         a->scratch_b.data(),
+                         nullptr,
+                         static_cast<int64_t>(a->lists.size()),
+                         static_cast<int64_t>(a->work.size()),
+                         1024};
+    int64_t code = reorder_step(&c, &a->times, in.ia.data(), in.ja.data(), nullptr, &o);
+    if (a->lindx.size() < size_of(c.lindx_size + 1)) a->lindx.resize(size_of(c.lindx_size + 1));
+    symbolic_arrays s = {a->perm.data(),           a->invp.data(),       a->xadj.data(),       a->adj.data(),        a->xsuper.data(),
+                         a->snode.data(),          a->parent.data(),     a->colcnt.data(),     a->lindx.data(),      a->xlindx.data(),
+                         a->xlnz.data(),           a->xunz.data(),       a->sparent.data(),    a->work_order.data(), a->update_count.data(),
+                         a->separator_tail.data(), a->sentinel_a.data(), a->sentinel_b.data(), a->table.data(),      a->lists.data(),
+                         a->work.data(),           a->scratch_a.data()};
+    if (code == 0) code = symbolic_step(&c, &a->times, &s);
+    if (code != 0) std::fprintf(stderr, "%s: analysis failed with %lld\n", in.name.c_str(), static_cast<long long>(code));
+    a->seconds = bench_seconds() - start;
+    a->ordering_seconds = a->times.time_reorder;
+}
+
+#ifdef WKL_BENCH_METIS
+struct metis_graph {
+    std::vector<idx_t> xadj, adj, perm, invp;
+};
+
+static metis_graph make_metis_graph(const analysis &a)
+{
+    const int64_t n = a.control.neqns;
+    metis_graph g;
+    for (int64_t i = 0; i <= n; ++i) g.xadj.push_back(static_cast<idx_t>(a.xadj[size_of(i)] - 1));
+    for (int64_t p = 0; p < a.xadj[size_of(n)] - 1; ++p) g.adj.push_back(static_cast<idx_t>(a.adj[size_of(p)] - 1));
+    g.perm.resize(size_of(n));
+    g.invp.resize(size_of(n));
+    return g;
+}
+
+static void run_metis(metis_graph *g)
+{
+    idx_t n = static_cast<idx_t>(g->perm.size());
+    METIS_NodeND(&n, g->xadj.data(), g->adj.data(), nullptr, nullptr, g->perm.data(), g->invp.data());
+}
+
+/* Entries of L and fundamental supernodes for the order of the peer. */
+static int64_t count_entries(const metis_graph &g, const analysis &a, int64_t *supernodes)
+{
+    const int64_t n = a.control.neqns;
+    words perm, invp, parent(size_of(n)), counts(size_of(n)), work(size_of(5 * n)), snode(size_of(n)), xsuper(size_of(n + 1));
+    for (const idx_t v : g.perm) perm.push_back(v + 1);
+    for (const idx_t v : g.invp) invp.push_back(v + 1);
+    const int64_t table[4] = {1, n - 1, n, n};
+    int64_t rows = 0, longest = 0;
+    elimination_tree(n, 1, 1, table, a.xadj.data(), a.adj.data(), perm.data(), invp.data(), parent.data(), work.data());
+    const int64_t entries =
+        column_counts(n, a.xadj.data(), a.adj.data(), perm.data(), invp.data(), parent.data(), counts.data(), work.data());
+    *supernodes = supernode_partition(n, parent.data(), counts.data(), n, snode.data(), xsuper.data(), &rows, &longest);
+    return entries;
+}
+#endif
+
+#ifdef WKL_BENCH_CHOLMOD
+/* Entries of L with CHOLMOD's own choice of ordering. */
+static double cholmod_entries(const analysis &a)
+{
+    const int64_t n = a.control.neqns;
+    cholmod_common common;
+    cholmod_l_start(&common);
+    cholmod_sparse *s =
+        cholmod_l_allocate_sparse(size_of(n), size_of(n), size_of(a.xadj[size_of(n)] - 1 + n), 0, 1, 1, CHOLMOD_PATTERN, &common);
+    SuiteSparse_long *start = static_cast<SuiteSparse_long *>(s->p), *row = static_cast<SuiteSparse_long *>(s->i), at = 0;
+    for (int64_t j = 1; j <= n; ++j) {
+        start[j - 1] = at;
+        row[at++] = j - 1;
+        for (int64_t p = a.xadj[size_of(j - 1)]; p < a.xadj[size_of(j)]; ++p) {
+            if (a.adj[size_of(p - 1)] < j) row[at++] = a.adj[size_of(p - 1)] - 1;
+        }
+    }
+    start[n] = at;
+    cholmod_factor *f = cholmod_l_analyze(s, &common);
+    const double entries = common.lnz;
+    cholmod_l_free_factor(&f, &common);
+    cholmod_l_free_sparse(&s, &common);
+    cholmod_l_finish(&common);
+    return entries;
+}
+#endif
+
+static std::vector<input> generated()
+{
+    return {make_input("grid 2D 5-point 1000^2", grid_2d_5(1000, 1000)),
+            make_input("grid 3D 7-point 60^3", grid_3d_7(60, 60, 60)),
+            make_input("grid 3D 27-point 40^3", grid_3d_27(40, 40, 40)),
+            make_input("elasticity 25^3 x 3", elasticity(25, 25, 25)),
+            make_input("convection 45^3", convection_3d(45, 45, 45, 1.0, difference::upwind)),
+            make_input("saddle point 100,000", saddle_point(100000))};
+}
+
+struct sums {
+    std::vector<double> fill, time_one, time_two;
+};
+
+static void add_row(const input &in, int runs, bench_table *table, sums *total)
+{
+    analysis one, two;
+    size_arrays(in, 1, &one);
+    size_arrays(in, 2, &two);
+    analyse(in, 1, &one);
+    std::vector<std::function<void()>> works = {[&] { analyse(in, 1, &one); }, [&] { analyse(in, 2, &two); }};
+    double metis_entries = std::nan(""), metis_width = std::nan(""), chosen = std::nan("");
+#ifdef WKL_BENCH_METIS
+    metis_graph peer = make_metis_graph(one);
+    works.push_back([&] { run_metis(&peer); });
+#endif
+    const std::vector<double> seconds = bench_medians(runs, works);
+    const double metis_seconds = seconds.size() > 2 ? seconds[2] : std::nan("");
+#ifdef WKL_BENCH_METIS
+    int64_t supernodes = 1;
+    metis_entries = static_cast<double>(count_entries(peer, one, &supernodes));
+    metis_width = static_cast<double>(in.n) / static_cast<double>(supernodes);
+#endif
+#ifdef WKL_BENCH_CHOLMOD
+    chosen = cholmod_entries(one);
+#endif
+    const double entries = static_cast<double>(one.control.l_entries), entries_two = static_cast<double>(two.control.l_entries);
+    total->fill.push_back(entries / metis_entries);
+    total->time_one.push_back(seconds[0] / metis_seconds);
+    total->time_two.push_back(seconds[1] / metis_seconds);
+    table->rows.push_back(
+        {in.name, std::to_string(in.n), std::to_string(one.control.l_entries), bench_number(entries / metis_entries, 3),
+         bench_number(entries_two / metis_entries, 3), bench_number(entries / chosen, 3), bench_number(metis_seconds, 3),
+         bench_number(seconds[0] / metis_seconds, 3), bench_number(seconds[1] / metis_seconds, 3),
+         bench_number(1.0 - one.ordering_seconds / one.seconds, 3), bench_number(1.0 - two.ordering_seconds / two.seconds, 3),
+         bench_number(static_cast<double>(in.n) / static_cast<double>(one.control.supernodes), 2), bench_number(metis_width, 2)});
+}
+
+int main(int argc, char **argv)
+{
+    std::string csv;
+    int runs = 3;
+    std::vector<input> inputs;
+    for (int i = 1; i < argc; ++i) {
+        market_matrix m;
+        std::string error;
+        if (std::strcmp(argv[i], "--csv") == 0 && i + 1 < argc)
+            csv = argv[++i];
+        else if (std::strcmp(argv[i], "--runs") == 0 && i + 1 < argc)
+            runs = std::stoi(argv[++i]);
+        else if (std::strcmp(argv[i], "generated") == 0)
+            inputs = generated();
+        else if (!read_matrix_market(argv[i], &m, &error))
+            std::fprintf(stderr, "%s\n", error.c_str());
+        else if (m.rows == m.columns)
+            inputs.push_back(make_input(std::string(argv[i]).substr(std::string(argv[i]).rfind('/') + 1), m));
+    }
+    if (inputs.empty()) inputs = generated();
+    bench_table table{{"matrix", "n", "nnz(L)", "L/metis 1t", "L/metis 2t", "L/cholmod", "metis s", "time 1t", "time 2t", "rest 1t",
+                       "rest 2t", "width", "metis width"},
+                      {}};
+    sums total;
+    for (const input &in : inputs) add_row(in, runs, &table, &total);
+    bench_print(table);
+    std::printf("geometric means: nnz(L) %.3f, time with one thread %.3f, with two %.3f of METIS_NodeND\n",
+                bench_geometric_mean(total.fill), bench_geometric_mean(total.time_one), bench_geometric_mean(total.time_two));
+    if (!csv.empty() && !bench_write_csv(table, csv)) return 1;
+    return 0;
+}
