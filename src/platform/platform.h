@@ -29,6 +29,7 @@ uint64_t platform_pin_thread(uint64_t mask);
 double platform_seconds();                        /* monotonic clock, seconds from an arbitrary start */
 [[noreturn]] void platform_terminate(int status); /* end the process at once; streams are not flushed */
 bool platform_is_terminal(int descriptor);        /* 1 standard output, 2 standard error */
+int64_t platform_process_id();                    /* no other living process has it */
 
 /* ---- translated texts ---- */
 /* Locale number of the calling thread (1033 English of the United States, 1031 German, ...); 1033 when it is not known. */
@@ -49,6 +50,8 @@ int32_t platform_file_open(const char *path, platform_file *file);
 /* Read or write the whole of [offset, offset + length). Any number of threads at once. Reading past the end is an error (EIO). */
 int32_t platform_file_read(platform_file file, int64_t offset, void *buffer, int64_t length);
 int32_t platform_file_write(platform_file file, int64_t offset, const void *buffer, int64_t length);
+/* Tell the system that a range will be read soon; it may read ahead, or not. Needs nothing from the caller and cannot fail. */
+void platform_file_will_need(platform_file file, int64_t offset, int64_t length);
 int32_t platform_file_size(platform_file file, int64_t *size);
 int32_t platform_file_sync(platform_file file);
 int32_t platform_file_close(platform_file file);

@@ -480,6 +480,7 @@ ooc_request stage_ooc_request(const solver_call *call, const supernodal_structur
                            s->control->message_flag,
                            static_cast<int64_t *>(tables->data),
                            tables->count,
+                           {s->ooc_buffer_u, s->ooc_buffer_v},
                            {}};
     const position_map map = stage_position_map(s);
     const auto add = [&request](ooc_file_number number, const int64_t *data, int64_t count) { request.index[number - 1] = {data, count}; };

@@ -36,6 +36,13 @@ inline value_t *acquire_block(const factor_store<value_t> &store, const supernod
     return side == factor_side::lower ? store.lnz + (s.xlnz[first - 1] - 1) : store.unz + (s.xunz[first - 1] - 1);
 }
 
+/* Hint that the block will be asked for soon. */
+template <typename value_t>
+inline void expect_block(const factor_store<value_t> &store, factor_side side, int64_t number)
+{
+    if (store.pager != nullptr && store.pager->expect != nullptr) store.pager->expect(store.pager->context, side, number);
+}
+
 template <typename value_t>
 inline void release_block(const factor_store<value_t> &store, factor_side side, int64_t number, block_use use)
 {

@@ -58,6 +58,11 @@ int32_t platform_file_write(platform_file file, int64_t offset, const void *buff
     return 0;
 }
 
+void platform_file_will_need(platform_file file, int64_t offset, int64_t length)
+{
+    (void)posix_fadvise(static_cast<int>(file), offset, length, POSIX_FADV_WILLNEED);
+}
+
 int32_t platform_file_size(platform_file file, int64_t *size)
 {
     struct stat status;

@@ -19,3 +19,8 @@ bool platform_is_terminal(int descriptor)
 {
     return isatty(descriptor) == 1;
 }
+
+int64_t platform_process_id()
+{
+    return getpid();
+}

@@ -1,0 +1,250 @@
+/* The pager behind the factor store: brings pages into the windows, pins them while they are used, writes what has been made. Transfers
+   happen in the thread that needs them and without the lock; a thread that finds a page under way waits. */
+#include "ooc/ooc_tree.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "service/message_numbers.h"
+
+namespace
+{
+
+constexpr int64_t pages_ahead = 2; /* of a sweep, asked from the system while the current one is used */
+
+platform_file file_of(const ooc_tree *tree, const ooc_side *side)
+{
+    return tree->current->file[side == &tree->side[0] ? 0 : 1];
+}
+
+uint64_t *sums_of(const ooc_tree *tree, const ooc_side *side, const ooc_page *page)
+{
+    const int64_t index = page - side->pages + (side == &tree->side[0] ? 0 : tree->side[0].page_count);
+    return tree->current->sums + 2 * index;
+}
+
+/* Two running sums (Fletcher 1982) over 32-bit words; notices words that changed or changed places. */
+void check_sums(const char *bytes, int64_t count, uint64_t sums[2])
+{
+    uint64_t one = 0, two = 0;
+    int64_t at = 0;
+    for (; at + 8 <= count; at += 8) {
+        uint64_t word;
+        std::memcpy(&word, bytes + at, 8);
+        one += word;
+        two += one;
+    }
+    if (at < count) {
+        uint32_t word;
+        std::memcpy(&word, bytes + at, 4);
+        one += word;
+        two += one;
+    }
+    sums[0] = one;
+    sums[1] = two;
+}
+
+void pause(ooc_tree *tree)
+{
+    omp_unset_lock(&tree->lock);
+    platform_yield();
+    omp_set_lock(&tree->lock);
+}
+
+/* Write a page that nobody changes meanwhile. Called and left under the lock, which is open during the transfer. */
+void write_page(ooc_tree *tree, ooc_side *side, ooc_page *page)
+{
+    page->dirty = false;
+    omp_unset_lock(&tree->lock);
+    const double start = platform_seconds();
+    const char *data = side->base + page->place;
+    check_sums(data, page->bytes, sums_of(tree, side, page));
+    const int32_t error = platform_file_write(file_of(tree, side), page->offset, data, page->bytes);
+    const double seconds = platform_seconds() - start;
+    omp_set_lock(&tree->lock);
+    tree->write_seconds += seconds;
+    tree->write_bytes += page->bytes;
+    page->stored = true;
+    if (error != 0) ooc_record_fault(tree, message_ooc_write_error, error);
+}
+
+/* The same for reading into the page's place. */
+void read_page(ooc_tree *tree, ooc_side *side, ooc_page *page)
+{
+    omp_unset_lock(&tree->lock);
+    const double start = platform_seconds();
+    char *data = side->base + page->place;
+    uint64_t sums[2];
+    int32_t error = platform_file_read(file_of(tree, side), page->offset, data, page->bytes);
+    if (error == 0) {
+        check_sums(data, page->bytes, sums);
+        const uint64_t *written = sums_of(tree, side, page);
+        if (sums[0] != written[0] || sums[1] != written[1]) error = EIO; /* not what this handle wrote */
+    }
+    const double seconds = platform_seconds() - start;
+    omp_set_lock(&tree->lock);
+    tree->read_seconds += seconds;
+    tree->read_bytes += page->bytes;
+    if (error != 0) ooc_record_fault(tree, message_ooc_read_error, error);
+}
+
+/* Called and left under the lock, which is open while the system is asked. */
+void ask_ahead(ooc_tree *tree, const ooc_side *side, ooc_page *page)
+{
+    if (page->expected || page->state != page_state::absent || !page->stored || page->bytes == 0) return;
+    page->expected = true;
+    omp_unset_lock(&tree->lock);
+    platform_file_will_need(file_of(tree, side), page->offset, page->bytes);
+    omp_set_lock(&tree->lock);
+}
+
+/* A sweep goes on in the direction it came. */
+void ask_for_next_pages(ooc_tree *tree, ooc_side *side, const ooc_page *page)
+{
+    const int64_t index = page - side->pages, step = index >= side->last_page ? 1 : -1;
+    side->last_page = index;
+    for (int64_t k = 1; k <= pages_ahead; ++k) {
+        const int64_t ahead = index + k * step;
+        if (ahead >= 0 && ahead < side->page_count) ask_ahead(tree, side, &side->pages[ahead]);
+    }
+}
+
+/* Put a resident page, which nobody has pinned, out of the window. */
+void put_out(ooc_tree *tree, ooc_side *side, ooc_page *page)
+{
+    page->state = page_state::moving;
+    if (page->dirty) write_page(tree, side, page);
+    ooc_list_remove(side, page);
+    page->state = page_state::absent;
+}
+
+/* Bring an absent page in. False when there is no place at the moment. */
+bool bring_in(ooc_tree *tree, ooc_side *side, ooc_page *page, bool target)
+{
+    int64_t victim = -1, until = -1;
+    const int64_t place = ooc_find_place(tree, side, page, target, &victim, &until);
+    if (place < 0) return false;
+    for (int64_t i = victim; i != until; i = side->pages[i].after) side->pages[i].state = page_state::moving;
+    page->state = page_state::moving;
+    page->place = place;
+    ooc_list_insert(side, page); /* the place is taken from now on */
+    const ooc_page *pages = side->pages;
+    while (page->after >= 0 && pages[page->after].place < place + page->bytes) put_out(tree, side, &side->pages[page->after]);
+    if (page->stored && page->bytes > 0) {
+        if (tree->purpose == ooc_purpose::solve) ask_for_next_pages(tree, side, page);
+        read_page(tree, side, page);
+    }
+    page->expected = false;
+    page->state = page_state::resident;
+    return true;
+}
+
+void *acquire(void *context, factor_side kind, int64_t supernode, block_use use)
+{
+    auto *tree = static_cast<ooc_tree *>(context);
+    ooc_side *side = &tree->side[static_cast<int>(kind)];
+    ooc_page *page = &side->pages[side->page_of[supernode - 1]];
+    const bool target = use != block_use::read;
+    void *block = nullptr;
+    omp_set_lock(&tree->lock);
+    while (tree->fault == 0) {
+        if (page->state == page_state::absent) {
+            if (!bring_in(tree, side, page, target)) pause(tree);
+            continue;
+        }
+        if (page->state == page_state::resident) {
+            if (!target || ooc_may_pin_target(tree, side, page)) break;
+            if (page->pins == 0) {
+                put_out(tree, side, page);
+                continue;
+            }
+        }
+        pause(tree);
+    }
+    if (tree->fault == 0) {
+        ++page->pins;
+        if (target) ++page->target_pins;
+        page->stamp = ++tree->clock;
+        block = side->base + page->place + (ooc_block_offset(&tree->structure, kind, supernode, tree->element_bytes) - page->offset);
+    }
+    omp_unset_lock(&tree->lock);
+    return block;
+}
+
+/* The target that has just read a source is behind it; the next one is that of the first row left. */
+void move_cursor(const supernodal_structure &s, ooc_side *side, ooc_page *page, int64_t supernode)
+{
+    const int64_t rows = supernode_rows(s, supernode), *list = supernode_row_list(s, supernode);
+    int64_t &cursor = side->cursor[supernode - 1];
+    int64_t target = 0;
+    if (cursor < rows) {
+        target = s.snode[list[cursor] - 1];
+        while (cursor < rows && list[cursor] < s.xsuper[target]) ++cursor;
+    }
+    const int64_t next = cursor < rows ? s.snode[list[cursor] - 1] : no_use;
+    if (page->next_use <= target || next < page->next_use) page->next_use = next;
+}
+
+void finish_target(ooc_tree *tree, ooc_side *side, ooc_page *page, int64_t supernode, block_use use)
+{
+    const supernodal_structure &s = tree->structure;
+    --page->target_pins;
+    page->dirty = true;
+    if (use == block_use::create && page->unmade > 0) --page->unmade;
+    const int64_t rows = supernode_rows(s, supernode), columns = supernode_columns(s, supernode);
+    const int64_t next = rows > columns ? s.snode[supernode_row_list(s, supernode)[columns] - 1] : no_use;
+    if (page->next_use <= supernode || next < page->next_use) page->next_use = next;
+    /* complete: written once, while it may be read */
+    if (page->unmade == 0 && page->target_pins == 0 && tree->fault == 0) write_page(tree, side, page);
+}
+
+void release(void *context, factor_side kind, int64_t supernode, block_use use)
+{
+    auto *tree = static_cast<ooc_tree *>(context);
+    ooc_side *side = &tree->side[static_cast<int>(kind)];
+    ooc_page *page = &side->pages[side->page_of[supernode - 1]];
+    omp_set_lock(&tree->lock);
+    if (use != block_use::read)
+        finish_target(tree, side, page, supernode, use);
+    else if (tree->purpose == ooc_purpose::factorize)
+        move_cursor(tree->structure, side, page, supernode);
+    --page->pins;
+    omp_unset_lock(&tree->lock);
+}
+
+void expect(void *context, factor_side kind, int64_t supernode)
+{
+    auto *tree = static_cast<ooc_tree *>(context);
+    ooc_side *side = &tree->side[static_cast<int>(kind)];
+    omp_set_lock(&tree->lock);
+    ask_ahead(tree, side, &side->pages[side->page_of[supernode - 1]]);
+    omp_unset_lock(&tree->lock);
+}
+
+} // namespace
+
+void ooc_bind_pager(ooc_tree *tree)
+{
+    tree->pager = {tree, acquire, release, expect};
+}
+
+void ooc_record_fault(ooc_tree *tree, int32_t message, int32_t error)
+{
+    if (tree->fault != 0) return;
+    tree->fault = error;
+    tree->fault_message = message;
+    tree->state->stage_error = ooc_error_data;
+}
+
+void ooc_flush(ooc_tree *tree)
+{
+    omp_set_lock(&tree->lock);
+    for (int64_t k = 0; k < tree->sides; ++k) {
+        ooc_side *side = &tree->side[k];
+        for (int64_t i = 0; i < side->page_count && tree->fault == 0; ++i) {
+            ooc_page *page = &side->pages[i];
+            if (page->state == page_state::resident && page->dirty) write_page(tree, side, page);
+        }
+    }
+    omp_unset_lock(&tree->lock);
+}

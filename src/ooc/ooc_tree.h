@@ -1,0 +1,115 @@
+/* Private to this room: the record behind ooc_state.tree_link.
+
+   The factors of one matrix number lie in two files, lnz and unz, exactly as they would lie in core: the block of a supernode at
+   (xlnz - 1) entries. A side is cut into pages, runs of successive supernodes, and a page is what is read, written and held. The resident
+   pages of a side lie in its window, in one list by address.
+
+   No thread can wait for ever for a place. A thread holds at most one target a side, and sources only for the length of one update; it
+   asks for the lower side before the upper one. Targets are only pinned where, beside all pinned targets, the windows keep room for the
+   targets that the other threads may still ask for and for one source, each as large as the largest page. So once the sources of other
+   threads are given back there is a place, and whoever holds a source on both sides waits for nothing. */
+#pragma once
+
+#include <omp.h>
+
+#include "ooc/ooc.h"
+#include "platform/platform.h"
+
+inline constexpr int64_t ooc_error_open = -10, ooc_error_data = -11;
+
+enum class page_state : int64_t { absent, moving, resident }; /* moving: a transfer is under way, without the lock */
+
+struct ooc_page {
+    int64_t first, last;   /* supernodes */
+    int64_t offset, bytes; /* in the file */
+    int64_t place;         /* in the window, bytes; while not absent */
+    int64_t before, after; /* neighbours in the window by address, as page indices; -1 none */
+    int64_t stamp;         /* of the last use */
+    int64_t next_use;      /* factorization: next target that reads one of its blocks; no_use when there is none */
+    int64_t pins, target_pins;
+    int64_t unmade; /* blocks that this factorization has not made yet */
+    page_state state;
+    bool stored, dirty; /* in the file; the window holds what the file does not */
+    bool expected;      /* a read-ahead is under way */
+};
+inline constexpr int64_t no_use = INT64_MAX;
+
+struct ooc_side {
+    ooc_page *pages;
+    int64_t page_count;
+    int64_t *page_of; /* [supernodes] page index; borrowed from array 49, as cursor is */
+    int64_t *cursor;  /* [supernodes] factorization: first row of the list that no target has consumed */
+    int64_t total, largest;
+    char *base; /* the window, borrowed */
+    int64_t bytes;
+    int64_t head;      /* first page of the window, -1 when it is empty */
+    int64_t last_page; /* solve: the page that was read last */
+    bool natural;      /* the window holds everything: each page at its offset */
+};
+
+/* Files of one matrix number. */
+struct ooc_file_set {
+    bool exists, open, linked; /* linked: their names exist */
+    int64_t serial;            /* part of the names */
+    platform_file file[2];     /* lnz, unz */
+    uint64_t *sums;            /* two words a page, lower pages first: what was written */
+};
+
+struct ooc_tree {
+    block_pager pager;
+    omp_lock_t lock; /* guards everything below, not the contents of pages */
+    ooc_state *state;
+    supernodal_structure structure;
+    int64_t element_bytes, sides, threads;
+    ooc_side side[2];
+    ooc_file_set *sets;
+    int64_t set_count;
+    ooc_file_set *current;
+    ooc_purpose purpose;
+    int64_t warm_number; /* matrix number whose pages the windows hold, 0 none */
+    int64_t clock;
+    int32_t fault, fault_message;
+    double read_seconds, write_seconds;
+    int64_t read_bytes, write_bytes;
+    char path[1001]; /* prefix of the file names */
+};
+
+/* ---- pages (ooc_pages.cpp) ---- */
+struct ooc_side_sizes {
+    int64_t total, largest; /* bytes of the side, and of its largest block, which no page exceeds */
+};
+ooc_side_sizes ooc_measure_side(const supernodal_structure *s, factor_side side, int64_t element_bytes);
+int64_t ooc_block_bytes(const supernodal_structure *s, factor_side side, int64_t supernode, int64_t element_bytes);
+int64_t ooc_block_offset(const supernodal_structure *s, factor_side side, int64_t supernode, int64_t element_bytes);
+/* Cut a side into pages. pages null: only count. Returns the number of pages. */
+int64_t ooc_cut_pages(const supernodal_structure *s, factor_side side, int64_t element_bytes, int64_t page_bytes, ooc_page *pages,
+                      int64_t *page_of);
+/* No page is larger than the largest block, and a window holds many. */
+int64_t ooc_page_bytes(int64_t largest_block, int64_t window);
+/* All pages absent and unstored, all blocks to be made. */
+void ooc_reset_side(ooc_tree *tree, factor_side side, bool stored);
+
+/* ---- places (ooc_place.cpp); all under the lock ---- */
+/* Place for a page, or -1 when pinned pages leave none at the moment. The pages that overlap it, none of them pinned, are
+ *victim .. until (exclusive) of the list by address; equal when there is none. */
+int64_t ooc_find_place(const ooc_tree *tree, const ooc_side *side, const ooc_page *page, bool target, int64_t *victim, int64_t *until);
+bool ooc_may_pin_target(const ooc_tree *tree, const ooc_side *side, const ooc_page *page);
+void ooc_list_insert(ooc_side *side, ooc_page *page);
+void ooc_list_remove(ooc_side *side, ooc_page *page);
+
+/* ---- pager (ooc_pager.cpp) ---- */
+void ooc_bind_pager(ooc_tree *tree);
+/* Write the pages that changed. */
+void ooc_flush(ooc_tree *tree);
+void ooc_record_fault(ooc_tree *tree, int32_t message, int32_t error);
+
+/* ---- files (ooc_files.cpp); return the system's error number, 0 when all went well ---- */
+/* Make the files of a set new and open them. Where they are not to be kept their names go at once; where they are, the files of the index
+   arrays are written as well. */
+int32_t ooc_create_files(ooc_tree *tree, const ooc_request *request, ooc_file_set *set);
+/* Kept files, by their names, for a solve; *message names the file that failed. */
+int32_t ooc_reopen_files(const ooc_tree *tree, const ooc_request *request, ooc_file_set *set, int32_t *message);
+/* True when the files are as long as they were written. */
+bool ooc_files_complete(const ooc_tree *tree, const ooc_file_set *set);
+int32_t ooc_close_files(const ooc_tree *tree, ooc_file_set *set, int32_t *message);
+void ooc_remove_files(const ooc_tree *tree, ooc_file_set *set, bool keep);
