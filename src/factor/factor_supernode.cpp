@@ -34,6 +34,18 @@ void keep_pivots(const factor_run<value_t> *run, const target_block<value_t> *ta
 template <typename value_t>
 void factor_cholesky(factor_run<value_t> *run, thread_space<value_t> *space, target_block<value_t> *target)
 {
+    if (target->columns == 1) { /* most supernodes of a 2D problem */
+        const real_of<value_t> d = real_part(target->lower[0]);
+        if (!(d > 0)) {
+            fail_at(run, target, 0);
+            return;
+        }
+        const real_of<value_t> root = std::sqrt(d);
+        target->lower[0] = value_t(root);
+        for (int64_t i = 1; i < target->rows; ++i) target->lower[i] /= root;
+        ++space->positive;
+        return;
+    }
     const int64_t info = kernel_potrf_panel(target->rows, target->columns, target->lower, target->rows, space->work);
     if (info > 0)
         fail_at(run, target, info - 1);

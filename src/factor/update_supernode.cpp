@@ -179,7 +179,8 @@ void flush_updates(factor_run<value_t> *run, thread_space<value_t> *space, targe
     const supernodal_structure &s = *run->s;
     const int64_t leader = space->group_source[0];
     const update_place place = locate(space, target, supernode_row_list(s, leader) + (supernode_rows(s, leader) - q), q);
-    const bool one_column = count == 1 && supernode_columns(s, leader) == 1;
+    bool one_column = true;
+    for (int64_t i = 0; i < count; ++i) one_column = one_column && supernode_columns(s, space->group_source[i]) == 1;
     if (place.scattered && !one_column && q * place.columns > space->buffer_entries) {
         fail(run, -2);
         return;

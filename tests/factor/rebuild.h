@@ -67,6 +67,7 @@ void add_supernode(const small_problem<value_t> &q, const factorization<value_t>
     for (int64_t k = 0; k < columns; ++k)
         for (int64_t j = 0; j < n; ++j)
             for (int64_t i = 0; i < n; ++i) {
+                if (g[z(i + k * n)] == value_t(0) || h[z(j + k * n)] == value_t(0)) continue;
                 (*sum)[z(i + j * n)] += g[z(i + k * n)] * h[z(j + k * n)];
                 (*magnitude)[z(i + j * n)] += static_cast<double>(std::abs(g[z(i + k * n)]) * std::abs(h[z(j + k * n)]));
             }

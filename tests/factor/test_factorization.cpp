@@ -44,7 +44,8 @@ TYPED_TEST(factorization_of, every_type_rebuilds_the_matrix_with_every_driver)
             shape.shuffle_rows = type > 10;
             for (const int64_t pivoting : {0, 1})
                 for (const int64_t two_level : {0, 1, 2})
-                    for (const int64_t threads : {1, 2, 5}) {
+                    for (const int64_t threads : {1, 3}) {
+                        if (threads == 1 && two_level > 0) continue;
                         if (pivoting == 0 && type_of(type).kind != factor_kind::ldlt) continue;
                         const auto q = make_problem<TypeParam>(type, shape, two_level);
                         factorization<TypeParam> f;
@@ -66,7 +67,7 @@ TYPED_TEST(factorization_of, pivoted_types_rebuild_a_matrix_with_weak_diagonal)
     for (const int64_t type : types_of<TypeParam>()) {
         if (type_of(type).kind == factor_kind::cholesky) continue;
         int64_t exchanges = 0, pairs = 0;
-        for (const unsigned seed : {1U, 2U, 3U, 4U, 5U, 6U})
+        for (const unsigned seed : {1U, 2U, 3U})
             for (const int64_t threads : {1, 2}) {
                 const problem_shape shape = {70, 0.15, 40, 2, seed, 0.3, type > 10};
                 const auto q = make_problem<TypeParam>(type, shape, threads == 1 ? 0 : 1);
@@ -81,8 +82,8 @@ TYPED_TEST(factorization_of, pivoted_types_rebuild_a_matrix_with_weak_diagonal)
                     exchanges += f.pivots[static_cast<size_t>(c)] > 0 && f.pivots[static_cast<size_t>(c)] != local;
                 }
             }
-        EXPECT_GT(exchanges, 20);
-        if (type_of(type).kind == factor_kind::ldlt) { EXPECT_GT(pairs, 20); }
+        EXPECT_GT(exchanges, 10);
+        if (type_of(type).kind == factor_kind::ldlt) { EXPECT_GT(pairs, 10); }
     }
 }
 
