@@ -37,7 +37,7 @@ void elimination_tree(int64_t neqns, int64_t nproc, int64_t domains, const int64
     int32_t independent = usable > 1;
     if (independent != 0) {
         const int threads = static_cast<int>(nproc < usable ? nproc : usable);
-#pragma omp parallel for num_threads(threads) schedule(dynamic, 1) reduction(& : independent)
+#pragma omp parallel for num_threads(threads) schedule(dynamic, 1) reduction(min : independent)
         for (int64_t d = 1; d <= usable; ++d) {
             int64_t first, last;
             if (!domain_pair(domain_table, d, neqns, &first, &last)) continue;
