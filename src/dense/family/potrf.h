@@ -11,7 +11,7 @@ namespace
 
 /* Up to so many columns the plain column form is used; above them tile steps in place, up to a square that the first level cache holds;
    above that recursive halves. */
-constexpr int64_t potrf_columns = 3;
+constexpr int64_t potrf_columns = 8;
 constexpr int64_t potrf_tile_columns = 64;
 
 /* Factor n columns of m rows, left-looking: column j takes the products of the columns before it over all its rows. */
@@ -232,7 +232,7 @@ int64_t potrf_panel(int64_t m, int64_t n, value_t *a, int64_t lda, void *work)
 {
     /* Rows that are worth packing for the strip-wise solve start here; up to it the whole panel goes by tile steps in place. */
     constexpr int64_t short_rows = 96;
-    if (n <= potrf_columns) return factor_columns(m, n, a, lda);
+    if (n <= potrf_columns && m <= short_rows) return factor_columns(m, n, a, lda);
     if (n <= potrf_tile_columns && m <= short_rows) return factor_tiles(m, n, a, lda);
     const int64_t failed = factor_square(n, a, lda, work);
     if (failed == 0 && m > n) solve_rows(m - n, n, a, lda, a + n, lda, work);
