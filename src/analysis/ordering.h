@@ -17,6 +17,9 @@
 void symmetrise_pattern(int64_t neqns, int64_t nproc, int64_t sequential, const int64_t *ia, const int64_t *ja, int64_t *xadj, int64_t *adj,
                         int64_t triangle, int64_t *counts);
 
+/* True when a pattern with both triangles holds the transpose of every entry. work next[n] */
+bool pattern_is_symmetric(int64_t neqns, const int64_t *ia, const int64_t *ja, int64_t *next);
+
 /* Adjacency of B + B' without the diagonal, row i of B being row row_order[i-1] of the given pattern (row_order null: row i), linear time.
    out  xadj[n + 1], adj: at most 2 nnz entries
    work work[work_words]; nnz + 2n + 1 words are needed, and n more for each thread above the first that takes part */

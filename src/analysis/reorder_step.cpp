@@ -36,7 +36,9 @@ void build_adjacency(control_block *control, const int64_t *ia, const int64_t *j
     clear_words(n, arrays->invp);
     clear_words(n, arrays->parent);
     clear_words(n, arrays->colcnt);
-    if (is_unsymmetric(control->matrix_type)) {
+    const bool triangle = control->symmetric_structure == 1;
+    /* structurally symmetric types whose pattern is not: the graph has to be symmetric all the same */
+    if (is_unsymmetric(control->matrix_type) || (!triangle && !pattern_is_symmetric(n, ia, ja, arrays->scratch_a))) {
         const int64_t *row_order = control->matching > 0 ? arrays->matching_order : nullptr;
         symmetrise_unsymmetric(n, control->nproc, ia, ja, row_order, arrays->xadj, arrays->adj, arrays->work, arrays->ordering_work_size);
     } else {

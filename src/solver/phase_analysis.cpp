@@ -96,6 +96,7 @@ void size_ordering(solver_call *call)
     size = larger(size, 2 * n * threads + 2 * n + 1 + threads);
     size = larger(size, 3 * n + 3 + copy);
     size = larger(size, n * (threads + 1) + copy);
+    if (control->symmetric_structure != 1) size = larger(size, call->nnz + 2 * n + 1); /* transpose of the pattern */
     control->ordering_work_size = size;
     call->state->ordering_work_size = size;
     call->state->ordering_lists_size = (2 * threads + 3) * n + 5;

@@ -180,6 +180,10 @@ bool release_or_reset(solver_call *call)
     if (call->analyses || call->ido == ido_release_all) clean(call);
     if (call->ido == ido_release_all) return release_everything(call);
     if (call->analyses && !start_analysis(call)) return false;
+    if (!call->analyses && call->state->analysed == 0) { /* copies of an analysis that did not come about may have any size */
+        free_input_copies(call->copies);
+        call->diagonal_count = 0;
+    }
     remember_stored(call);
     return true;
 }

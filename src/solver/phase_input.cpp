@@ -17,6 +17,11 @@ bool needs_full_diagonal(int64_t matrix_type)
     return matrix_type == -4 || matrix_type == -2 || matrix_type == 6;
 }
 
+bool stores_triangle(int64_t matrix_type)
+{
+    return matrix_type < 0 || matrix_type % 2 == 0;
+}
+
 void *zeroed(int64_t count, int64_t bytes)
 {
     return count < 1 || count > largest_count ? nullptr : service_calloc(count, bytes, 128);
@@ -36,9 +41,14 @@ bool rises_from_base(int64_t n, const int64_t *ia, int64_t base)
     return true;
 }
 
-bool lacks_diagonal(const int64_t *ia, const int64_t *ja, int64_t i, int64_t base)
+/* Row i (from 0) without its leading diagonal entry. Types that are factored without pivoting on the diagonal keep empty rows and rows that
+   start below it, which the checker is to find; elsewhere the analysis takes the first entry of a row for the diagonal. */
+bool lacks_diagonal(const solver_call *call, int64_t i, int64_t base)
 {
-    return ia[i] == ia[i + 1] || ja[ia[i] - base] - base != i;
+    const int64_t start = call->ia[i] - base;
+    const bool empty = call->ia[i] == call->ia[i + 1];
+    if (needs_full_diagonal(call->matrix_type)) return empty || call->ja[start] - base != i;
+    return !empty && call->ja[start] - base > i;
 }
 
 /* List the rows without a leading diagonal entry, with their count in front. */
@@ -46,11 +56,11 @@ bool inspect_diagonal(solver_call *call)
 {
     if (!call->analyses || call->diagonal_count >= 0) return true;
     const int64_t base = call->control->zero_based != 0 ? 0 : 1, n = call->neqns;
-    const bool readable = n >= 1 && call->ia != nullptr && call->ja != nullptr && needs_full_diagonal(call->matrix_type) &&
-                          rises_from_base(n, call->ia, base);
+    const bool readable =
+        n >= 1 && call->ia != nullptr && call->ja != nullptr && stores_triangle(call->matrix_type) && rises_from_base(n, call->ia, base);
     call->diagonal_count = 0;
     for (int64_t i = 0; readable && i < n; ++i) {
-        if (lacks_diagonal(call->ia, call->ja, i, base)) ++call->diagonal_count;
+        if (lacks_diagonal(call, i, base)) ++call->diagonal_count;
     }
     auto *list = static_cast<int64_t *>(zeroed(call->diagonal_count + 1, 8));
     if (list == nullptr) return no_memory_for(call, call->diagonal_count + 1, 8);
@@ -58,7 +68,7 @@ bool inspect_diagonal(solver_call *call)
     list[0] = call->diagonal_count;
     int64_t found = 0;
     for (int64_t i = 0; found < call->diagonal_count; ++i) {
-        if (lacks_diagonal(call->ia, call->ja, i, base)) list[++found] = i + 1;
+        if (lacks_diagonal(call, i, base)) list[++found] = i + 1;
     }
     return true;
 }
