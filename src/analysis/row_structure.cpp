@@ -119,7 +119,7 @@ int64_t row_structure(const row_structure_input *input, int64_t *lindx, int64_t 
     int32_t complete = 1;
 
     /* the domains are independent subtrees */
-#pragma omp parallel num_threads(threads) reduction(& : complete) if (threads > 1)
+#pragma omp parallel num_threads(threads) reduction(min : complete) if (threads > 1)
     {
         const merge_scratch scratch = {per_thread + omp_get_thread_num() * 2 * in.neqns,
                                        per_thread + (omp_get_thread_num() * 2 + 1) * in.neqns};
