@@ -170,6 +170,8 @@ static void iterate_cg(hybrid_run<value_t> *run, const hybrid_request *request, 
     value_t *const r = run->block[0], *const z = run->block[1], *const start = run->block[4];
     copy_block(count, x, start);
     first_residual(run, b, x, r);
+    for (int64_t i = 0; i < 2 * count; ++i)
+        run->block[2][i] = value_t(0); /* direction and product: 0 times what is left there may be a NaN */
     set_references(run, r);
     double best = best_start;
     result->status = -3;
