@@ -209,6 +209,9 @@ void memory_plan(int64_t stage, int64_t count_only, solver_state *state);
 void release_arrays(int64_t mode, int64_t count_only, solver_state *state);
 /* What no numeric phase reads; out of core it gives way to the windows. */
 void release_analysis_arrays(int64_t count_only, solver_state *state);
+/* Does this call refine its solution? After perturbed pivots or on request, but never behind a window that hides rows of the right-hand
+   side or of the solution: there is no residual to take. */
+bool refinement_due(const solver_call *call);
 /* Words of the solve and factorization workspaces of this call, into state->solve_work_a and solve_work_b. */
 void solve_sizes(solver_state *state, int64_t ido_internal, int64_t nb);
 int64_t kilobytes(int64_t bytes); /* truncated division by 1024, plus 1 */

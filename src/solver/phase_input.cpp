@@ -155,7 +155,6 @@ bool make_value_copy(solver_call *call, int64_t entries)
 bool insert_diagonal_values(solver_call *call)
 {
     const bool matched_analysis = call->ido == ido_analyse && iparam_at(call->iparam, iparam_matching) > 0;
-    call->work_a = call->a;
     if (call->diagonal_count < 1 || (call->ido <= ido_analyse && !matched_analysis)) return true;
     if (call->a == nullptr) return refuse(call, code_empty_arrays);
     const int64_t n = call->neqns;
@@ -247,7 +246,10 @@ bool prepare_input(solver_call *call)
 
     if (!inspect_diagonal(call) || !convert_pattern(call) || !take_ordering(call)) return false;
     if (call->work_ia == nullptr || call->work_ja == nullptr) return refuse(call, code_working_arrays);
-    if (!insert_diagonal_values(call) || !check_hermitian_diagonal(call)) return false;
+    call->work_a = call->a;
+    const bool other_field = call->stored_matrix_type != 0 && element_words_of(call->stored_matrix_type) != call->element_words;
+    if (!other_field && (!insert_diagonal_values(call) || !check_hermitian_diagonal(call)))
+        return false; /* else the checks refuse the type */
     if (call->first_digit < phase_solve || call->stored_nnz < 1) call->nnz = entry_count(call);
     call->ooc->msglvl_raw = call->msglvl;
     return true;

@@ -226,14 +226,12 @@ bool run_solve(solver_call *call)
         control->perturbed_pivots = perturbed;
     else if (perturbed + control->perturbed_pivots == 0)
         perturbed = control->perturbed_pivots = 0;
-    const bool plain = control->perturbed_pivots == 0 && iparam_at(call->iparam, iparam_refinement_request) == 0;
-    return plain || control->cg_mode != 0 ? run_direct(call) : true;
+    return !refinement_due(call) || control->cg_mode != 0 ? run_direct(call) : true;
 }
 
 bool needs_refinement(const solver_call *call)
 {
-    return call->last_digit >= phase_solve && call->control->cg_mode == 0 &&
-           (call->control->perturbed_pivots > 0 || iparam_at(call->iparam, iparam_refinement_request) != 0);
+    return call->last_digit >= phase_solve && call->control->cg_mode == 0 && refinement_due(call);
 }
 
 bool run_refined_solve(solver_call *call)
@@ -246,6 +244,13 @@ bool run_refined_solve(solver_call *call)
     return stage_succeeded(call);
 }
 } // namespace
+
+bool refinement_due(const solver_call *call)
+{
+    const int64_t window = iparam_at(call->iparam, iparam_partial_solve);
+    const bool hides = window >= 1 && window <= 3 && iparam_at(call->iparam, iparam_partial_window) >= 1;
+    return !hides && (call->control->perturbed_pivots > 0 || iparam_at(call->iparam, iparam_refinement_request) != 0);
+}
 
 bool run_numeric(solver_call *call)
 {

@@ -151,6 +151,7 @@ factor_input<value_t> factor_view(numeric_run<value_t> *run)
     input.thread_rows = words(s, array_thread_rows);
     input.update_buffer = static_cast<value_t *>(get_from_c_structure(array_update_buffer, s));
     input.buffer_entries = control->blocks_scratch;
+    input.entries_per_thread = factor_entries_per_thread;
     return input;
 }
 
@@ -193,11 +194,6 @@ void factor_values(numeric_run<value_t> *run)
     control->times.time_a_to_lu = 0.0; /* the factorization places the values itself */
     call->flags.a_to_lu = call->flags.numfct = 1;
     call->factored = true;
-}
-
-bool refinement_due(const solver_call *call)
-{
-    return call->control->perturbed_pivots != 0 || iparam_at(call->iparam, iparam_refinement_request) != 0;
 }
 
 /* A refined solve without the iteration needs array 43, which the driver plans before a run of its own. */
