@@ -203,6 +203,7 @@ void make_store(factor_pipeline<value_t> *p)
     in.thread_rows = p->thread_rows.data();
     in.update_buffer = p->buffer.data();
     in.buffer_entries = entries;
+    in.entries_per_thread = factor_entries_per_thread;
 }
 
 } // namespace

@@ -65,7 +65,10 @@ struct factor_input {
     int64_t *thread_rows;   /* supernodes + (2 nproc + 1) n words */
     value_t *update_buffer; /* nproc rows of buffer_entries */
     int64_t buffer_entries;
+    int64_t entries_per_thread; /* entries of lnz that make one more thread worth its start; 0: all nproc threads take part */
 };
+/* A setting of entries_per_thread: a small factorization of half a millisecond stays with one thread. */
+inline constexpr int64_t factor_entries_per_thread = 20000;
 struct factor_result {
     int64_t error;      /* 0; -1 failed pivot, kernel failure or a stop asked by the progress hook; -2 update buffer too small; a pager
                            failure is reported by the pager itself and gives -1 */

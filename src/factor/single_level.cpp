@@ -1,4 +1,5 @@
 #include "factor/factor_run.h"
+#include "factor/team.h"
 
 /* The single-level region. The threads take the supernodes in work order; a finished one is appended to the ready list of each of its
    targets, and a target applies what stands there until it has received all it expects. Positions are handed out in order and a target
@@ -68,7 +69,7 @@ void single_level_region(factor_run<value_t> *run, void *work)
     const int64_t supernodes = run->s->supernodes;
     for (int64_t i = 0; i < supernodes; ++i) lists.status[i] = lists.ready_start[i];
     int64_t threads = 0;
-#pragma omp parallel num_threads(static_cast <int>(run->in->nproc))
+#pragma omp parallel num_threads(team_threads(*run->in))
     {
         thread_space<value_t> space;
         int64_t id = 0;

@@ -1,4 +1,5 @@
 #include "factor/factor_run.h"
+#include "factor/team.h"
 
 /* The two-level region: domains are factored by one thread each, without locks; the supernodes above them are claimed one at a time by
    whoever is free, updated by what is finished so far, and handed back when something is still missing.
@@ -176,7 +177,7 @@ void two_level_region(factor_run<value_t> *run, void *work)
     for (int64_t i = 0; i < supernodes; ++i) lists.status[i] = 0;
     for (int64_t i = 0; i < top.total * (top.domains + 1); ++i) lists.cursor[i] = lists.list_start[i];
     int64_t threads = 0;
-#pragma omp parallel num_threads(static_cast <int>(run->in->nproc))
+#pragma omp parallel num_threads(team_threads(*run->in))
     {
         thread_space<value_t> space;
         int64_t id = 0;
