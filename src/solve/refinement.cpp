@@ -1,6 +1,8 @@
 /* Iterative refinement. Work, in entries of value_t, L = n * nb: 0 a copy of the right-hand sides (overwrite_rhs 1), else the residual;
-   L the correction (the residual with overwrite_rhs 1 stands in x); then, for the extended form, L extended entries of solution and n of
-   row sums, 16-byte aligned. */
+   L the correction (the residual with overwrite_rhs 1 stands in x); then, for the extended form, L extended entries of solution and the
+   scratch of the residual, 16-byte aligned. */
+#include <cmath>
+
 #include "solve/solve_internal.h"
 
 /* What the steps of one run share. */
@@ -11,7 +13,7 @@ struct refinement_run {
     int64_t count;                         /* L */
     const value_t *rhs;
     value_t *solution, *residual, *correction;
-    extended_of<value_t> *wide_solution, *wide_sums; /* null for plain residuals */
+    extended_of<value_t> *wide_solution, *scratch; /* null for plain residuals */
 };
 
 /* Extended entries start at an address that suits them; this many entries of value_t cover one of them and the alignment. */
@@ -21,7 +23,7 @@ static constexpr int64_t wide_factor = static_cast<int64_t>(sizeof(extended_of<v
 int64_t refinement_work_entries(int64_t n, int64_t nb, int64_t request)
 {
     const int64_t plain = 2 * n * nb;
-    return request < 0 ? plain + wide_factor<float> * (n * nb + n + 1) : plain;
+    return request < 0 ? plain + wide_factor<float> * (n * nb + extended_scratch_entries(n) + 1) : plain;
 }
 
 template <typename value_t>
@@ -43,11 +45,11 @@ static void start_run(const solve_input<value_t> *solve, const residual_matrix<v
     run->correction_solve.overwrite_rhs = 0;
     run->correction_solve.solve_step_code = 0;
     run->correction_solve.window_first = run->correction_solve.window_count = 0;
-    run->wide_solution = run->wide_sums = nullptr;
+    run->wide_solution = run->scratch = nullptr;
     if (!extended) return;
     const uintptr_t address = reinterpret_cast<uintptr_t>(work + 2 * count), unit = alignof(wide_t);
     run->wide_solution = reinterpret_cast<wide_t *>((address + unit - 1) / unit * unit);
-    run->wide_sums = run->wide_solution + count;
+    run->scratch = run->wide_solution + count;
     for (int64_t i = 0; i < count; ++i) run->wide_solution[i] = wide_t(run->solution[i]);
 }
 
@@ -55,8 +57,7 @@ template <typename value_t>
 static double compute_residual(const refinement_run<value_t> *run)
 {
     const int64_t nb = run->correction_solve.nb;
-    if (run->wide_solution != nullptr)
-        return extended_residual(run->matrix, nb, run->rhs, run->wide_solution, run->wide_sums, run->residual);
+    if (run->wide_solution != nullptr) return extended_residual(run->matrix, nb, run->rhs, run->wide_solution, run->scratch, run->residual);
     multiply_matrix(run->matrix, nb, run->solution, run->correction);
     for (int64_t i = 0; i < run->count; ++i) run->residual[i] = run->rhs[i] - run->correction[i];
     return sum_of_moduli(run->count, run->residual);
@@ -114,12 +115,14 @@ int64_t refine_solution(const solve_input<value_t> *solve, const residual_matrix
         const int64_t failed = solution_step(&run.correction_solve);
         if (failed != 0) return failed;
         add_correction(&run);
+        const double correction = sum_of_moduli(run.count, run.correction);
         result->residual = relative ? residual / sum_rhs : residual;
-        result->correction = relative ? sum_of_moduli(run.count, run.correction) / sum_x : sum_x;
+        result->correction = relative ? correction / sum_x : sum_x;
+        if (!std::isfinite(residual) || !std::isfinite(correction)) return -112; /* no later step can mend this */
         more = another_step(k, request, limit, residual, sum_rhs, &previous, &contracted);
     }
     result->automatic_limit = request == 0 && result->steps == 2 ? 1 : 0;
-    return contracted || result->correction <= 0.5 ? 0 : -112; /* a NaN is no contraction */
+    return contracted || result->correction <= 0.5 ? 0 : -112;
 }
 
 #define INSTANTIATE(V)                                                                                                                     \

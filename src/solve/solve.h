@@ -51,10 +51,12 @@ struct residual_matrix {
    steps (two when request is 0), or when a step no longer contracts the residual by 0.9.
    solve    as for the first solution; its b, x, overwrite_rhs say where right-hand side and solution stand, its step code and window are
             not read. The solution is in b when overwrite_rhs is 1, and x is then working space; else in x, and b stays.
-   request  iparam(8): magnitude is the step limit, negative asks for residuals and solution in extended precision (80-bit on x86-64)
+   request  iparam(8): magnitude is the step limit, negative asks for a solution in extended precision (80-bit on x86-64)
+            and residuals that are exact to working precision
    sum_rhs  sum of the absolute values of the real components of the right-hand sides
    work     refinement_work_entries entries; with overwrite_rhs 1 the first n * nb hold a copy of the right-hand sides
-   Returns 0, -112 (the residual did not contract and the last correction was not small), or the failure of a solve (-1, -2). The
+   Returns 0, -112 (the residual did not contract and the last correction was not small, or one of the two is not finite), or the failure
+   of a solve (-1, -2). The
    solution stands as it is after the last step in every case. */
 struct refinement_result {
     int64_t steps;               /* for iparam(7) */

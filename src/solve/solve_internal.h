@@ -103,8 +103,8 @@ void exchange_rows(int64_t columns, const int64_t *pivots, bool undo, int64_t wi
 template <typename value_t>
 void multiply_matrix(const residual_matrix<value_t> *matrix, int64_t nb, const value_t *x, value_t *y);
 
-/* residual = rhs - op(A) * x in extended precision, rounded once per entry. sums: n extended entries of scratch. Returns the sum of the
-   absolute values of the rounded residual's real components. */
+/* residual = rhs - op(A) * x for an extended x, exact to about twice the extended digits, then rounded once per entry. Returns the sum of
+   the absolute values of the rounded residual's real components. */
 template <typename value_t>
 struct extended_value {
     using type = long double;
@@ -117,4 +117,6 @@ template <typename value_t>
 using extended_of = typename extended_value<value_t>::type;
 template <typename value_t>
 double extended_residual(const residual_matrix<value_t> *matrix, int64_t nb, const value_t *rhs, const extended_of<value_t> *x,
-                         extended_of<value_t> *sums, value_t *residual);
+                         extended_of<value_t> *scratch, value_t *residual);
+/* In extended entries. */
+int64_t extended_scratch_entries(int64_t n);
