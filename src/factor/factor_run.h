@@ -135,6 +135,8 @@ template <typename value_t, factor_kind kind, mirror sym>
 void single_level_region(factor_run<value_t> *run, void *work);
 template <typename value_t, factor_kind kind, mirror sym>
 void two_level_region(factor_run<value_t> *run, void *work);
+template <typename value_t, factor_kind kind, mirror sym>
+void paged_region(factor_run<value_t> *run, void *work);
 
 /* The members of the family that exist: real types have one LDL^T, complex types a Hermitian and a symmetric one. */
 #define FOR_EACH_MEMBER(X)                                                                                                                 \

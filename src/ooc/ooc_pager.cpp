@@ -225,7 +225,7 @@ void expect(void *context, factor_side kind, int64_t supernode)
 
 void ooc_bind_pager(ooc_tree *tree)
 {
-    tree->pager = {tree, acquire, release, expect};
+    tree->pager = {tree, acquire, release, expect, 0, 0};
 }
 
 void ooc_record_fault(ooc_tree *tree, int32_t message, int32_t error)

@@ -50,7 +50,7 @@ bool admissible(const ooc_tree *tree, const ooc_side *side, int64_t place, int64
     }
     if (!placed) occupy(place, bytes);
     occupy(side->bytes, 0);
-    return fits >= tree->threads - targets + 1;
+    return fits >= tree->targets - targets + 1;
 }
 
 } // namespace

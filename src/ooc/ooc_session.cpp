@@ -124,16 +124,20 @@ void bind_windows(ooc_tree *tree, void *window_l, int64_t entries_l, void *windo
     }
 }
 
-/* Threads that the windows have room for: a target each and one source. */
-int64_t threads_for(const ooc_tree *tree, int64_t wanted)
+/* Targets that the windows have room for beside one source: as many as there are threads, and up to half of the windows. */
+void count_targets(ooc_tree *tree, int64_t wanted)
 {
-    int64_t threads = wanted;
+    int64_t places = INT64_MAX, bytes = 0;
     for (int64_t k = 0; k < tree->sides; ++k) {
         const ooc_side &side = tree->side[k];
-        const int64_t places = side.natural ? wanted + 1 : side.bytes / side.largest;
-        if (places - 1 < threads) threads = places - 1;
+        bytes += side.bytes;
+        if (!side.natural && side.bytes / side.largest < places) places = side.bytes / side.largest;
     }
-    return threads < 1 ? 1 : threads;
+    tree->threads = places - 1 < wanted ? places - 1 : wanted;
+    if (tree->threads < 1) tree->threads = 1;
+    tree->targets = places / 2 > tree->threads ? places / 2 : tree->threads;
+    tree->pager.target_limit = tree->targets;
+    tree->pager.window_bytes = bytes;
 }
 
 void start_pages(ooc_tree *tree, ooc_purpose purpose, int64_t number)
@@ -189,7 +193,7 @@ const block_pager *ooc_open(const ooc_request *request, ooc_purpose purpose, voi
     const int64_t fault = purpose == ooc_purpose::factorize ? make_files(request, tree, set) : find_files(request, tree, set);
     if (fault != 0) return nullptr;
     bind_windows(tree, window_l, entries_l, window_u, entries_u);
-    tree->threads = threads_for(tree, request->threads);
+    count_targets(tree, request->threads);
     start_pages(tree, purpose, request->matrix_number);
     return &tree->pager;
 }

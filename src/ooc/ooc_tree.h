@@ -4,9 +4,9 @@
    (xlnz - 1) entries. A side is cut into pages, runs of successive supernodes, and a page is what is read, written and held. The resident
    pages of a side lie in its window, in one list by address.
 
-   No thread can wait for ever for a place. A thread holds at most one target a side, and sources only for the length of one update; it
-   asks for the lower side before the upper one. Targets are only pinned where, beside all pinned targets, the windows keep room for the
-   targets that the other threads may still ask for and for one source, each as large as the largest page. So once the sources of other
+   No thread can wait for ever for a place. The threads together hold at most `targets` targets a side, and sources only for the length of
+   one update; they ask for the lower side before the upper one. Targets are only pinned where, beside all pinned targets, the windows keep
+   room for the targets that may still be asked for and for one source, each as large as the largest block. So once the sources of other
    threads are given back there is a place, and whoever holds a source on both sides waits for nothing. */
 #pragma once
 
@@ -60,7 +60,8 @@ struct ooc_tree {
     omp_lock_t lock; /* guards everything below, not the contents of pages */
     ooc_state *state;
     supernodal_structure structure;
-    int64_t element_bytes, sides, threads;
+    int64_t element_bytes, sides;
+    int64_t threads, targets; /* that the windows have room for */
     ooc_side side[2];
     ooc_file_set *sets;
     int64_t set_count;

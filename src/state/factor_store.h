@@ -16,6 +16,8 @@ struct block_pager {
     void *(*acquire)(void *context, factor_side side, int64_t supernode, block_use use);
     void (*release)(void *context, factor_side side, int64_t supernode, block_use use);
     void (*expect)(void *context, factor_side side, int64_t supernode); /* read-ahead hint; may be null */
+    int64_t target_limit = 0; /* blocks of a side that may be held for update or create at once; 0: one a thread */
+    int64_t window_bytes = 0; /* that blocks may take in core, of all sides */
 };
 
 template <typename value_t>

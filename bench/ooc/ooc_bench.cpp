@@ -1,0 +1,246 @@
+/* Factors in files against factors in core: the same system in two processes, the second one under a quarter of the first one's memory
+   (max_core_size, and the address space that the process may add after it has built the matrix). Prints times, ratios, transfer rates and
+   peak memory. ooc_bench [--quick] [folder for the files]: --quick takes small systems. */
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <malloc.h>
+#include <string>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+#include "generators.h"
+#include "measure.h"
+#include "solver/solver.h"
+#include "state/iparam.h"
+#include "state/records.h"
+
+namespace
+{
+
+struct figures {
+    double analysis, factor, solve, error;
+    int64_t need_kb; /* peak of what the handle held */
+    int64_t rss_kb, address_kb, estimate_kb, ooc_least_kb;
+    int64_t written, read_factor, read_solve;
+    int64_t result;
+};
+
+struct run_request {
+    int64_t core_mode, core_megabytes;
+    bool limit_address_space, cold_solve;
+    std::string folder;
+};
+
+int64_t status_kb(const char *key)
+{
+    std::FILE *file = std::fopen("/proc/self/status", "r");
+    char line[256];
+    int64_t value = 0;
+    while (file != nullptr && std::fgets(line, sizeof line, file) != nullptr)
+        if (std::strncmp(line, key, std::strlen(key)) == 0) value = std::atoll(line + std::strlen(key) + 1);
+    if (file != nullptr) std::fclose(file);
+    return value;
+}
+
+double backward_error(const market_matrix &upper, const std::vector<double> &b, const std::vector<double> &x)
+{
+    std::vector<double> r(b);
+    double norm = 0, largest_x = 0, largest_b = 0, largest_r = 0;
+    for (int64_t i = 0; i < upper.rows; ++i) {
+        const auto row = static_cast<size_t>(i);
+        for (int64_t p = upper.ia[row] - 1; p < upper.ia[row + 1] - 1; ++p) {
+            const auto column = static_cast<size_t>(upper.ja[static_cast<size_t>(p)] - 1);
+            const double v = upper.value[static_cast<size_t>(p)];
+            r[row] -= v * x[column];
+            if (column != row) r[column] -= v * x[row];
+            norm = std::max(norm, std::fabs(v));
+        }
+    }
+    for (size_t i = 0; i < b.size(); ++i) {
+        largest_x = std::max(largest_x, std::fabs(x[i]));
+        largest_b = std::max(largest_b, std::fabs(b[i]));
+        largest_r = std::max(largest_r, std::fabs(r[i]));
+    }
+    return largest_r / (norm * largest_x + largest_b);
+}
+
+/* Put the files on the disk and out of the system's memory, so that a solve reads the disk. */
+void drop_from_memory(const std::string &folder)
+{
+    for (const auto &entry : std::filesystem::directory_iterator(folder)) {
+        const int file = open(entry.path().c_str(), O_RDONLY);
+        if (file < 0) continue;
+        (void)fsync(file);
+        (void)posix_fadvise(file, 0, 0, POSIX_FADV_DONTNEED);
+        close(file);
+    }
+}
+
+struct host {
+    void *handle[64] = {};
+    int64_t iparam[64] = {};
+    market_matrix matrix;
+    std::vector<double> b, x;
+    std::vector<int64_t> perm;
+
+    int64_t call(int64_t ido, double *seconds)
+    {
+        const int64_t one = 1, type = 2, n = matrix.rows, msglvl = 0;
+        int64_t error = 0;
+        const double start = bench_seconds();
+        solver_entry(handle, &one, &one, &type, &ido, &n, matrix.value.data(), matrix.ia.data(), matrix.ja.data(), perm.data(), &one,
+                     iparam, &msglvl, b.data(), x.data(), &error);
+        *seconds = bench_seconds() - start;
+        return error;
+    }
+};
+
+void prepare_process(const run_request &request)
+{
+    mallopt(M_ARENA_MAX, 1);
+    setenv("WKL_SOLVARA_OOC_PATH", (request.folder + "/part").c_str(), 1);
+    setenv("WKL_SOLVARA_OOC_MAX_CORE_SIZE", std::to_string(request.core_megabytes).c_str(), 1);
+    setenv("WKL_SOLVARA_OOC_KEEP_FILE", request.cold_solve ? "0" : "1", 1);
+}
+
+void limit_address_space(int64_t megabytes)
+{
+    const auto bytes = static_cast<rlim_t>((status_kb("VmSize:") << 10) + (megabytes << 20));
+    const rlimit limit = {bytes, bytes};
+    setrlimit(RLIMIT_AS, &limit);
+}
+
+figures measure(const market_matrix &lower, const run_request &request)
+{
+    prepare_process(request);
+    figures out{};
+    host h;
+    h.matrix = market_transpose(lower);
+    const auto n = static_cast<size_t>(h.matrix.rows);
+    h.x.assign(n, 0.0);
+    h.perm.assign(n, 0);
+    for (size_t i = 0; i < n; ++i) h.b.push_back(1.0 + static_cast<double>(i % 7));
+    h.iparam[0] = 1;
+    h.iparam[1] = 2;
+    h.iparam[iparam_core_mode - 1] = request.core_mode;
+#pragma omp parallel
+    {
+    } /* the threads and their stacks are the process's own */
+    const int64_t start_kb = status_kb("VmSize:"), start_rss = status_kb("VmRSS:");
+    if (request.limit_address_space) limit_address_space(request.core_megabytes);
+    out.result = h.call(11, &out.analysis);
+    if (out.result == 0) out.result = h.call(22, &out.factor);
+    if (request.cold_solve) drop_from_memory(request.folder);
+    if (out.result == 0) out.result = h.call(33, &out.solve);
+    const auto *state = static_cast<const solver_state *>(h.handle[1]);
+    out.address_kb = status_kb("VmPeak:") - start_kb;
+    out.rss_kb = status_kb("VmHWM:") - start_rss;
+    out.need_kb = state->memory_peak / 1024;
+    out.estimate_kb = state->ooc->incore_estimate;
+    out.ooc_least_kb = state->ooc->ooc_min_kb + state->ooc->ooc_solve_kb;
+    out.written = state->ooc->written_factor;
+    out.read_factor = state->ooc->read_factor;
+    out.read_solve = state->ooc->read_solve;
+    if (out.result == 0) out.error = backward_error(h.matrix, h.b, h.x);
+    double seconds = 0;
+    h.call(-1, &seconds);
+    return out;
+}
+
+/* In a process of its own, so that limits and peaks are its own. */
+figures measure_apart(const market_matrix &matrix, const run_request &request)
+{
+    int ends[2];
+    figures out{};
+    out.result = -1000;
+    if (pipe(ends) != 0) return out;
+    const pid_t child = fork();
+    if (child == 0) {
+        const figures mine = measure(matrix, request);
+        const bool sent = write(ends[1], &mine, sizeof mine) == static_cast<ssize_t>(sizeof mine);
+        _exit(sent ? 0 : 1);
+    }
+    close(ends[1]);
+    if (read(ends[0], &out, sizeof out) != static_cast<ssize_t>(sizeof out)) out.result = -1000;
+    close(ends[0]);
+    waitpid(child, nullptr, 0);
+    return out;
+}
+
+/* Bytes a second of one cold sequential read of 256 MB. */
+double disk_rate(const std::string &folder)
+{
+    const std::string name = folder + "/rate";
+    std::vector<char> block(4 << 20, 1);
+    const int blocks = 64, file = open(name.c_str(), O_CREAT | O_RDWR | O_TRUNC, 0600);
+    if (file < 0) return 0;
+    for (int i = 0; i < blocks; ++i)
+        if (write(file, block.data(), block.size()) < 0) return 0;
+    (void)fsync(file);
+    (void)posix_fadvise(file, 0, 0, POSIX_FADV_DONTNEED);
+    (void)lseek(file, 0, SEEK_SET);
+    const double start = bench_seconds();
+    int64_t got = 0;
+    for (ssize_t part = 1; part > 0; got += part) part = read(file, block.data(), block.size());
+    const double seconds = bench_seconds() - start;
+    close(file);
+    (void)unlink(name.c_str());
+    return static_cast<double>(got) / seconds;
+}
+
+std::string megabytes(double bytes)
+{
+    return bench_number(bytes / 1e6, 1);
+}
+
+void add_row(bench_table *table, const std::string &name, const std::string &mode, const figures &f, const figures &base, double disk)
+{
+    const double rate = f.read_solve == 0 ? 0 : static_cast<double>(f.read_solve) / f.solve;
+    table->rows.push_back({name, mode, std::to_string(f.result), bench_number(f.analysis, 2), bench_number(f.factor, 2),
+                           bench_number(f.factor / base.factor, 2), bench_number(f.solve, 3), megabytes(static_cast<double>(f.written)),
+                           megabytes(static_cast<double>(f.read_factor)), megabytes(static_cast<double>(f.read_solve)), megabytes(rate),
+                           bench_number(disk > 0 ? rate / disk : 0, 2), std::to_string(f.need_kb / 1024), std::to_string(f.rss_kb / 1024),
+                           std::to_string(f.address_kb / 1024), std::to_string(f.estimate_kb / 1024), std::to_string(f.ooc_least_kb / 1024),
+                           bench_number(f.error * 1e16, 2)});
+}
+
+} // namespace
+
+int main(int count, char **arguments)
+{
+    bool quick = false;
+    std::string folder = ".";
+    for (int i = 1; i < count; ++i) {
+        if (std::string(arguments[i]) == "--quick")
+            quick = true;
+        else
+            folder = arguments[i];
+    }
+    std::string work = folder + "/ooc_bench_XXXXXX";
+    if (mkdtemp(work.data()) == nullptr) return 1;
+    bench_table table;
+    table.head = {"matrix",    "mode",       "result",  "analysis s", "factor s", "ratio",    "solve s",     "written MB", "read f MB",
+                  "read s MB", "solve MB/s", "of disk", "held MB",    "RSS MB",   "space MB", "in-core est", "ooc least",  "error e-16"};
+    const double disk = disk_rate(work);
+    const auto run = [&](const std::string &name, const market_matrix &matrix) {
+        const figures in = measure_apart(matrix, {0, 0, false, false, work});
+        const int64_t quarter = in.need_kb / 4 / 1024 + 1;
+        add_row(&table, name, "in core", in, in, disk);
+        add_row(&table, name, std::to_string(quarter) + " MB", measure_apart(matrix, {2, quarter, true, false, work}), in, disk);
+        add_row(&table, name, std::to_string(quarter) + " MB cold", measure_apart(matrix, {2, quarter, false, true, work}), in, disk);
+    };
+    const int64_t side = quick ? 40 : 70, bricks = quick ? 16 : 35;
+    run("grid " + std::to_string(side) + "^3", grid_3d_7(side, side, side));
+    run("elasticity " + std::to_string(bricks) + "^3", elasticity(bricks, bricks, bricks));
+    bench_print(table);
+    std::printf("disk, cold sequential read: %s MB/s\n", megabytes(disk).c_str());
+    std::filesystem::remove_all(work);
+    return 0;
+}
