@@ -97,7 +97,7 @@ static void append(expansion *out, const char *piece, int64_t length)
 
 static constexpr int64_t piece_size = message_buffer_size; /* a longer piece passes every limit; only its length still matters */
 
-/* Append one formatted value; the specification is a directive of the kind that value_t belongs to. */
+/* Append one formatted value; `directive` is one of the kind that value_t belongs to. */
 template <typename value_t>
 static void append_value(expansion *out, const char *specification, value_t value)
 {
