@@ -97,12 +97,12 @@ static void append(expansion *out, const char *piece, int64_t length)
 
 static constexpr int64_t piece_size = message_buffer_size; /* a longer piece passes every limit; only its length still matters */
 
-/* Append one formatted value; `directive` is one of the kind that value_t belongs to. */
+/* Append one value, formatted by a directive of the kind that value_t belongs to. */
 template <typename value_t>
-static void append_value(expansion *out, const char *specification, value_t value)
+static void append_value(expansion *out, const char *directive, value_t value)
 {
     char piece[piece_size];
-    const int length = std::snprintf(piece, sizeof piece, specification, value);
+    const int length = std::snprintf(piece, sizeof piece, directive, value);
     if (length < 0) return;
     append(out, piece, length < piece_size ? length : piece_size - 1);
     if (length >= piece_size) out->length += length - (piece_size - 1);
