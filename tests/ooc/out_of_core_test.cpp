@@ -1,11 +1,16 @@
 /* Whole solver sessions with the factors in files. */
 #include <cmath>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <string>
+#include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <gtest/gtest.h>
 #include <omp.h>
 
+#include "../solver/failure_harness.h"
 #include "../solver/session.h"
 #include "state/records.h"
 
@@ -68,24 +73,230 @@ double distance(const std::vector<std::complex<double>> &one, const std::vector<
 
 } // namespace
 
-TEST(out_of_core, every_type_solves_as_in_core_with_windows_of_any_size)
+/* The least windows, so that pages come and go; returns the megabytes. */
+int64_t analyse_for_least_windows(session *s)
+{
+    EXPECT_EQ(s->call(11), 0);
+    const int64_t least = (s->parameter(iparam_ooc_min_kb) + s->parameter(iparam_ooc_solve_kb)) / 1024 + 1;
+    setenv("WKL_SOLVARA_OOC_MAX_CORE_SIZE", std::to_string(least).c_str(), 1);
+    return least;
+}
+
+TEST(out_of_core, every_type_solves_as_in_core_through_the_least_windows)
 {
     for (const int64_t type : all_types) {
         for (const int64_t single : {0, 1}) {
-            for (const int64_t threads : {2}) {
+            for (const int64_t threads : {1, 2, 5}) {
                 session in, out;
-                prepare(&in, type, 120, 0, threads, single, 2);
-                prepare(&out, type, 120, 2, threads, single, 2);
+                prepare(&in, type, 60, 0, threads, single, 2);
+                prepare(&out, type, 60, 2, threads, single, 2);
                 ASSERT_EQ(in.call(13), 0);
                 const ooc_folder folder("2000");
-                ASSERT_EQ(out.call(11), 0);
-                const int64_t least_mb = (out.parameter(iparam_ooc_min_kb) + out.parameter(iparam_ooc_solve_kb)) / 1024 + 1;
-                setenv("WKL_SOLVARA_OOC_MAX_CORE_SIZE", std::to_string(least_mb).c_str(), 1);
+                const int64_t least = analyse_for_least_windows(&out);
                 for (const int64_t ido : {22, 33}) ASSERT_EQ(out.call(ido), 0) << type << " " << single << " " << threads;
-                EXPECT_EQ(folder.files(), 0);
+                EXPECT_EQ(folder.files(), 0); /* their names are gone while the handle lives */
                 EXPECT_LT(distance(in.unpack(in.x), out.unpack(out.x)), single ? 1e-4 : 1e-12);
                 EXPECT_LT(backward_error(&out, out.unpack(out.x)), single ? 1e-5 : 1e-13);
+                const auto *state = static_cast<const solver_state *>(out.handle[1]);
+                EXPECT_LE(state->memory_current, (least + 1) << 20);
+                EXPECT_EQ(out.parameter(iparam_core_mode_result), 2);
             }
         }
     }
+}
+
+TEST(out_of_core, pages_move_when_the_factors_do_not_fit_and_repeated_work_gives_the_same_bits)
+{
+    session s;
+    prepare(&s, -2, 200, 2, 2, 0);
+    const ooc_folder folder("2000");
+    analyse_for_least_windows(&s);
+    ASSERT_EQ(s.call(23), 0);
+    EXPECT_GT(ooc_of(s)->read_factor, 0);
+    EXPECT_GT(ooc_of(s)->read_solve, 0);
+    const int64_t factor_bytes = 8 * static_cast<const solver_state *>(s.handle[1])->nnz_l;
+    EXPECT_GE(ooc_of(s)->written_factor, factor_bytes);
+    EXPECT_LT(ooc_of(s)->written_factor, factor_bytes + factor_bytes / 10); /* once each */
+    const std::vector<unsigned char> first = s.x;
+    ASSERT_EQ(s.call(23), 0);
+    EXPECT_EQ(s.x, first);
+}
+
+TEST(out_of_core, estimates_hold_within_a_tenth)
+{
+    for (const int64_t type : {2, 11}) {
+        session in, out;
+        prepare(&in, type, 250, 0, 2, 0);
+        prepare(&out, type, 250, 2, 2, 0);
+        ASSERT_EQ(in.call(13), 0);
+        const auto *in_core = static_cast<const solver_state *>(in.handle[1]);
+        const double used = static_cast<double>(in_core->memory_current) / 1024, told = static_cast<double>(in_core->ooc->incore_estimate);
+        EXPECT_NEAR(told / used, 1.0, 0.1) << type;
+        const ooc_folder folder("2000");
+        analyse_for_least_windows(&out);
+        ASSERT_EQ(out.call(23), 0);
+        const double least = static_cast<double>(out.parameter(iparam_ooc_min_kb) + out.parameter(iparam_ooc_solve_kb));
+        EXPECT_NEAR(static_cast<double>(static_cast<const solver_state *>(out.handle[1])->memory_current) / 1024 / least, 1.0, 0.1) << type;
+    }
+}
+
+TEST(out_of_core, chosen_by_memory_when_asked)
+{
+    for (const bool fits : {true, false}) {
+        session s;
+        prepare(&s, 2, 200, 1, 2, 0);
+        const ooc_folder folder("2000");
+        if (!fits) analyse_for_least_windows(&s);
+        s.msglvl = 1;
+        const std::string text = s.printed(fits ? 13 : 23);
+        ASSERT_EQ(s.error, 0);
+        EXPECT_EQ(s.parameter(iparam_core_mode_result), fits ? -1 : 2);
+        EXPECT_NE(text.find(fits ? "there is enough RAM" : "there is not enough RAM"), std::string::npos);
+        EXPECT_LT(backward_error(&s, s.unpack(s.x)), 1e-13);
+    }
+    session s;
+    prepare(&s, 2, 200, 2, 2, 0);
+    const ooc_folder folder("1");
+    EXPECT_EQ(s.call(13), -9);
+}
+
+TEST(out_of_core, kept_factorizations_share_the_windows)
+{
+    session s;
+    prepare(&s, 11, 120, 2, 2, 0);
+    s.max_fac_store = 3;
+    const ooc_folder folder("2000");
+    analyse_for_least_windows(&s);
+    std::vector<std::vector<std::complex<double>>> values(3, s.values);
+    for (size_t k = 0; k < 3; ++k) {
+        for (auto &v : values[k]) v *= 1.0 + static_cast<double>(k);
+        s.values = values[k];
+        s.load();
+        s.matrix_number = static_cast<int64_t>(k) + 1;
+        ASSERT_EQ(s.call(22), 0);
+    }
+    for (const size_t k : {1, 0, 2, 0}) {
+        s.values = values[k];
+        s.load();
+        s.matrix_number = static_cast<int64_t>(k) + 1;
+        ASSERT_EQ(s.call(33), 0);
+        EXPECT_LT(backward_error(&s, s.unpack(s.x)), 1e-12) << k;
+    }
+    s.matrix_number = 2;
+    EXPECT_EQ(s.call(0), 0);
+    s.matrix_number = 3;
+    EXPECT_EQ(s.call(33), 0);
+}
+
+TEST(out_of_core, kept_files_stay_complete_private_and_apart)
+{
+    const ooc_folder folder("2000", "0");
+    {
+        session one, other;
+        prepare(&one, 11, 40, 2, 2, 0);
+        prepare(&other, 2, 40, 2, 2, 0);
+        ASSERT_EQ(one.call(13), 0);
+        ASSERT_EQ(other.call(13), 0);
+        EXPECT_LT(backward_error(&one, one.unpack(one.x)), 1e-13);
+        EXPECT_EQ(one.call(33), 0);
+        EXPECT_LT(backward_error(&one, one.unpack(one.x)), 1e-13);
+    }
+    /* lindx, lnz, unz, four tables of the map and two lists; without unz and its tables for the symmetric one */
+    EXPECT_EQ(folder.files(), 9 + 6);
+    for (const auto &entry : std::filesystem::directory_iterator(folder.folder)) {
+        struct stat status;
+        ASSERT_EQ(lstat(entry.path().c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 0777, 0600u) << entry.path();
+    }
+}
+
+/* Every way in which files can fail: the told code and words, no crash, and the handle works in core afterwards. */
+void expect_usable_in_core(session *s)
+{
+    s->parameter(iparam_core_mode) = 0;
+    s->load();
+    ASSERT_EQ(s->call(13), 0);
+    EXPECT_LT(backward_error(s, s->unpack(s->x)), 1e-13);
+}
+
+TEST(out_of_core_faults, no_folder_and_no_space)
+{
+    std::signal(SIGXFSZ, SIG_IGN);
+    for (const int64_t type : {2, 13}) {
+        const ooc_folder folder("2000");
+        session s;
+        prepare(&s, type, 80, 2, 2, 0);
+        s.msglvl = 1;
+        setenv("WKL_SOLVARA_OOC_PATH", "/tmp/no/such/folder/part", 1);
+        const std::string words = s.printed(13);
+        EXPECT_EQ(s.error, -10);
+        EXPECT_NE(words.find("SOLVARA_OOC_OPEN_FILE_ERROR occurred: No such file"), std::string::npos) << words;
+        EXPECT_NE(words.find("open OOC tmp files"), std::string::npos);
+        s.call(-1);
+
+        setenv("WKL_SOLVARA_OOC_PATH", (folder.folder / "part").c_str(), 1);
+        rlimit before;
+        getrlimit(RLIMIT_FSIZE, &before);
+        const rlimit small = {100000, before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &small);
+        output_capture capture;
+        s.call(13);
+        setrlimit(RLIMIT_FSIZE, &before);
+        const std::string full = capture.text();
+        EXPECT_EQ(s.error, -11);
+        EXPECT_NE(full.find("SOLVARA_OOC_WRITE_FILE_ERROR occurred: "), std::string::npos) << full;
+        EXPECT_EQ(folder.files(), 0);
+        s.msglvl = 0;
+        expect_usable_in_core(&s);
+    }
+}
+
+TEST(out_of_core_faults, files_missing_shortened_changed_or_replaced_by_links)
+{
+    enum class harm { removed, shortened, changed, linked };
+    for (const harm done : {harm::removed, harm::shortened, harm::changed, harm::linked}) {
+        const ooc_folder folder("2000", "0");
+        session s;
+        prepare(&s, 11, 200, 2, 2, 0);
+        analyse_for_least_windows(&s);
+        ASSERT_EQ(s.call(22), 0);
+        for (const auto &entry : std::filesystem::directory_iterator(folder.folder)) {
+            if (entry.path().extension() != ".03") continue;
+            const std::filesystem::path aside = folder.folder / "aside";
+            if (done == harm::removed) std::filesystem::remove(entry.path());
+            if (done == harm::shortened) std::filesystem::resize_file(entry.path(), 1000);
+            if (done == harm::linked) {
+                std::filesystem::rename(entry.path(), aside);
+                std::filesystem::create_symlink(aside, entry.path());
+            }
+            if (done == harm::changed) {
+                std::FILE *file = std::fopen(entry.path().c_str(), "r+");
+                for (long at = 0; std::fseek(file, at, SEEK_SET) == 0 && at < 1000000; at += 4096) std::fputc('x', file);
+                std::fclose(file);
+            }
+            break;
+        }
+        s.msglvl = 1;
+        const std::string text = s.printed(33);
+        const bool open_fails = done == harm::removed || done == harm::linked;
+        EXPECT_EQ(s.error, open_fails ? -10 : -11) << static_cast<int>(done);
+        EXPECT_NE(text.find(open_fails ? "solution step: open file for reading unz" : "SOLVARA_OOC_READ_FILE_ERROR"), std::string::npos)
+            << text;
+        s.msglvl = 0;
+        expect_usable_in_core(&s);
+    }
+}
+
+TEST(out_of_core_faults, every_allocation_of_the_file_layer_may_fail)
+{
+    const ooc_folder folder("2000");
+    const int64_t runs = for_every_failing_allocation([](int64_t) {
+        session s;
+        prepare(&s, 11, 30, 2, 2, 0);
+        s.call(13);
+        EXPECT_TRUE(s.error == 0 || s.error == -2) << s.error;
+        allocation_failure::disarm();
+    });
+    EXPECT_GT(runs, 10);
+    EXPECT_EQ(folder.files(), 0);
 }
