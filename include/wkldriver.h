@@ -128,6 +128,7 @@ extern "C" {
                         1  only marked rows of B are read, and only marked rows of X are written
                         2  only marked rows of B are read (others count as 0), and all of X is written
                         3  all of B is read, and only marked rows of X are written
+                      No refinement takes place then.
                       After a failed check of iparam(27): position of the finding.
    iparam(32)  out    after a failed check: left value of the finding
    iparam(33)  out    after a failed check: right value of the finding

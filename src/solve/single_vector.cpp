@@ -17,36 +17,114 @@ static int64_t rows_up_to(int64_t count, const int64_t *list, int64_t last_row)
     return low;
 }
 
+/* The work of a supernode of few columns is of the size of a kernel call: below this width the loops stand here. */
+static constexpr int64_t inline_columns = 4;
+
+template <int64_t columns, typename value_t>
+static inline void narrow_forward(int64_t q, const value_t *panel, int64_t ld, const value_t *x, const int64_t *row, value_t *vector)
+{
+    value_t t[columns];
+    for (int64_t c = 0; c < columns; ++c) t[c] = x[c];
+    for (int64_t i = 0; i < q; ++i) {
+        value_t sum = product(panel[i], t[0]);
+        for (int64_t c = 1; c < columns; ++c) sum += product(panel[c * ld + i], t[c]);
+        vector[row[i] - 1] -= sum;
+    }
+}
+
+/* Two sums a column, so that an addition need not wait for the one before. */
+template <int64_t columns, bool hermitian, typename value_t>
+static inline void narrow_backward(int64_t q, const value_t *panel, int64_t ld, const int64_t *row, const value_t *vector, value_t *x)
+{
+    const auto entry = [&](int64_t c, int64_t i) { return hermitian ? conjugated(panel[c * ld + i]) : panel[c * ld + i]; };
+    value_t even[columns] = {}, odd[columns] = {};
+    int64_t i = 0;
+    for (; i + 1 < q; i += 2) {
+        const value_t v = vector[row[i] - 1], next = vector[row[i + 1] - 1];
+        for (int64_t c = 0; c < columns; ++c) {
+            even[c] += product(entry(c, i), v);
+            odd[c] += product(entry(c, i + 1), next);
+        }
+    }
+    for (int64_t c = 0; c < columns; ++c) {
+        if (i < q) even[c] += product(entry(c, i), vector[row[i] - 1]);
+        x[c] -= even[c] + odd[c];
+    }
+}
+
 template <typename value_t>
 static void panel_forward(int64_t q, int64_t w, const value_t *panel, int64_t ld, const value_t *x, const int64_t *row, value_t *vector)
 {
-    if (w > 1) {
+    switch (w) {
+    case 1:
+        return narrow_forward<1>(q, panel, ld, x, row, vector);
+    case 2:
+        return narrow_forward<2>(q, panel, ld, x, row, vector);
+    case 3:
+        return narrow_forward<3>(q, panel, ld, x, row, vector);
+    case 4:
+        return narrow_forward<4>(q, panel, ld, x, row, vector);
+    default:
         kernel_panel_forward(q, w, panel, ld, x, row, vector);
-        return;
     }
-    const value_t t = x[0];
-    for (int64_t i = 0; i < q; ++i) vector[row[i] - 1] -= product(panel[i], t);
 }
 
+template <bool hermitian, typename value_t>
+static void panel_backward_of(int64_t q, int64_t w, const value_t *panel, int64_t ld, const int64_t *row, const value_t *vector, value_t *x)
+{
+    switch (w) {
+    case 1:
+        return narrow_backward<1, hermitian>(q, panel, ld, row, vector, x);
+    case 2:
+        return narrow_backward<2, hermitian>(q, panel, ld, row, vector, x);
+    case 3:
+        return narrow_backward<3, hermitian>(q, panel, ld, row, vector, x);
+    case 4:
+        return narrow_backward<4, hermitian>(q, panel, ld, row, vector, x);
+    default:
+        kernel_panel_backward<value_t, hermitian ? mirror::hermitian : mirror::symmetric>(q, w, panel, ld, row, vector, x);
+    }
+}
 template <typename value_t>
 static void panel_backward(bool hermitian, int64_t q, int64_t w, const value_t *panel, int64_t ld, const int64_t *row,
                            const value_t *vector, value_t *x)
 {
-    if (w > 1) {
-        if (hermitian)
-            kernel_panel_backward<value_t, mirror::hermitian>(q, w, panel, ld, row, vector, x);
-        else
-            kernel_panel_backward<value_t, mirror::symmetric>(q, w, panel, ld, row, vector, x);
+    if (hermitian)
+        panel_backward_of<true>(q, w, panel, ld, row, vector, x);
+    else
+        panel_backward_of<false>(q, w, panel, ld, row, vector, x);
+}
+
+/* x = inverse(L) x with the lower triangle of a block. */
+template <typename value_t>
+static void solve_lower(bool unit, int64_t n, const value_t *l, int64_t ld, value_t *x)
+{
+    if (n > inline_columns) {
+        kernel_solve_lower(unit, n, l, ld, x);
         return;
     }
-    value_t even = value_t(0), odd = value_t(0);
-    int64_t i = 0;
-    for (; i + 1 < q; i += 2) {
-        even += product(hermitian ? conjugated(panel[i]) : panel[i], vector[row[i] - 1]);
-        odd += product(hermitian ? conjugated(panel[i + 1]) : panel[i + 1], vector[row[i + 1] - 1]);
+    for (int64_t j = 0; j < n; ++j) {
+        if (!unit) x[j] /= l[j * ld + j];
+        for (int64_t i = j + 1; i < n; ++i) x[i] -= product(l[j * ld + i], x[j]);
     }
-    if (i < q) even += product(hermitian ? conjugated(panel[i]) : panel[i], vector[row[i] - 1]);
-    x[0] -= even + odd;
+}
+
+/* x = inverse(L') x, where ' also conjugates for Hermitian factors. */
+template <typename value_t>
+static void solve_lower_transposed(bool hermitian, bool unit, int64_t n, const value_t *l, int64_t ld, value_t *x)
+{
+    if (n > inline_columns) {
+        if (hermitian)
+            kernel_solve_lower_transposed<value_t, mirror::hermitian>(unit, n, l, ld, x);
+        else
+            kernel_solve_lower_transposed<value_t, mirror::symmetric>(unit, n, l, ld, x);
+        return;
+    }
+    for (int64_t j = n - 1; j >= 0; --j) {
+        value_t t = x[j];
+        for (int64_t i = j + 1; i < n; ++i) t -= product(hermitian ? conjugated(l[j * ld + i]) : l[j * ld + i], x[i]);
+        x[j] = unit ? t : t / (hermitian ? conjugated(l[j * ld + j]) : l[j * ld + j]);
+    }
 }
 
 /* x = inverse(U) x and x = inverse(U') x with the upper triangle of a block. */
@@ -89,13 +167,10 @@ bool forward_supernode(const sweep<value_t> *w, int64_t number, value_t *x, int6
             complete = held_upper;
         }
     } else if (w->kind == factor_kind::cholesky) {
-        if (columns == 1)
-            xs[0] /= block[0];
-        else
-            kernel_solve_lower(false, columns, block, rows, xs);
+        solve_lower(false, columns, block, rows, xs);
     } else if (columns > 1) {
         exchange_rows(columns, w->store->pivots + (first - 1), false, 1, xs, 1);
-        kernel_solve_lower(true, columns, block, rows, xs);
+        solve_lower(true, columns, block, rows, xs);
     }
     if (complete) {
         const int64_t *list = supernode_row_list(s, number) + columns;
@@ -119,15 +194,8 @@ static void backward_symmetric(const sweep<value_t> *w, const value_t *block, in
     if (!w->backward) return;
     panel_backward(w->hermitian, rows - columns, columns, block + columns, rows, list, x, xs);
     const bool unit = w->kind == factor_kind::ldlt;
-    if (columns == 1) {
-        if (!unit) xs[0] /= block[0];
-        return;
-    }
-    if (w->hermitian)
-        kernel_solve_lower_transposed<value_t, mirror::hermitian>(unit, columns, block, rows, xs);
-    else
-        kernel_solve_lower_transposed<value_t, mirror::symmetric>(unit, columns, block, rows, xs);
-    if (unit) exchange_rows(columns, pivots, true, 1, xs, 1);
+    solve_lower_transposed(w->hermitian, unit, columns, block, rows, xs);
+    if (unit && columns > 1) exchange_rows(columns, pivots, true, 1, xs, 1);
 }
 
 template <typename value_t>
@@ -145,7 +213,7 @@ bool backward_supernode(const sweep<value_t> *w, int64_t number, value_t *x)
         value_t *const xs = x + (first - 1);
         panel_backward(false, rows - columns, columns, block + columns, rows, list, x, xs);
         if (columns > 1) {
-            kernel_solve_lower_transposed<value_t, mirror::symmetric>(true, columns, block, rows, xs);
+            solve_lower_transposed(false, true, columns, block, rows, xs);
             exchange_rows(columns, w->store->pivots + (first - 1), true, 1, xs, 1);
         }
     } else if (w->backward) {

@@ -60,24 +60,35 @@ static inline value_t transferred(const transfer_rule &rule, int64_t index, valu
     return value * static_cast<real_t>(rule.divide ? 1.0 / factor : factor);
 }
 
-/* Entry i of the working vector at x[i * stride], i = 1..n. */
+/* Rows that several vectors bring or take at a time: their interleaved entries stay in the first cache. */
+static constexpr int64_t transfer_rows = 64;
+
+/* Entry i of vector k at x[i * width + k], i = 1..n; vector k of the caller's at source + k * n. */
 template <typename value_t>
-static void gather_vector(const sweep<value_t> *w, const value_t *source, value_t *x, int64_t stride)
+static void gather_vectors(const sweep<value_t> *w, int64_t width, const value_t *source, value_t *x)
 {
     const int64_t n = w->structure->neqns;
-    for (int64_t i = w->gather.first_row; i <= n; ++i) {
-        const int64_t index = given_index(w->gather, i);
-        x[i * stride] = transferred(w->gather, index, source[index - 1]);
+    for (int64_t start = w->gather.first_row; start <= n; start += transfer_rows) {
+        const int64_t end = start + transfer_rows <= n + 1 ? start + transfer_rows : n + 1;
+        for (int64_t k = 0; k < width; ++k)
+            for (int64_t i = start; i < end; ++i) {
+                const int64_t index = given_index(w->gather, i);
+                x[i * width + k] = transferred(w->gather, index, source[k * n + index - 1]);
+            }
     }
-    for (int64_t i = w->window.zero_from; i <= w->window.zero_to; ++i) x[i * stride] = value_t(0);
+    for (int64_t i = w->window.zero_from * width; i < (w->window.zero_to + 1) * width; ++i) x[i] = value_t(0);
 }
 template <typename value_t>
-static void scatter_vector(const sweep<value_t> *w, const value_t *x, int64_t stride, value_t *target)
+static void scatter_vectors(const sweep<value_t> *w, int64_t width, const value_t *x, value_t *target)
 {
     const int64_t n = w->structure->neqns;
-    for (int64_t i = w->scatter.first_row; i <= n; ++i) {
-        const int64_t index = given_index(w->scatter, i);
-        target[index - 1] = transferred(w->scatter, index, x[i * stride]);
+    for (int64_t start = w->scatter.first_row; start <= n; start += transfer_rows) {
+        const int64_t end = start + transfer_rows <= n + 1 ? start + transfer_rows : n + 1;
+        for (int64_t k = 0; k < width; ++k)
+            for (int64_t i = start; i < end; ++i) {
+                const int64_t index = given_index(w->scatter, i);
+                target[k * n + index - 1] = transferred(w->scatter, index, x[i * width + k]);
+            }
     }
 }
 
@@ -142,10 +153,10 @@ static bool solve_panel(const solve_input<value_t> *in, const sweep<value_t> *w,
 {
     const int64_t n = in->structure->neqns;
     value_t *const target = in->overwrite_rhs == 1 ? in->b : in->x;
-    for (int64_t k = 0; k < width; ++k) gather_vector(w, in->b + (first + k) * n, x + k, width);
+    gather_vectors(w, width, in->b + first * n, x);
     const bool complete = width == 1 ? solve_single_serial(w, x + 1) : solve_several(w, width, x, x + (n + 1) * width, dense);
     if (!complete) return false;
-    for (int64_t k = 0; k < width; ++k) scatter_vector(w, x + k, width, target + (first + k) * n);
+    scatter_vectors(w, width, x, target + first * n);
     return true;
 }
 
@@ -172,9 +183,9 @@ template <typename value_t>
 static bool solve_one(const solve_input<value_t> *in, const sweep<value_t> *w, int64_t threads, value_t *work)
 {
     const int64_t n = in->structure->neqns;
-    gather_vector(w, in->b, work, 1);
+    gather_vectors(w, 1, in->b, work);
     const bool complete = threads > 1 ? solve_single_parallel(w, threads, work + 1, work + n + 1) : solve_single_serial(w, work + 1);
-    if (complete) scatter_vector(w, work, 1, in->overwrite_rhs == 1 ? in->b : in->x);
+    if (complete) scatter_vectors(w, 1, work, in->overwrite_rhs == 1 ? in->b : in->x);
     return complete;
 }
 
