@@ -44,37 +44,58 @@ static void choose_transfers(const solve_input<value_t> *in, sweep<value_t> *w)
     if (column_used && scaled) column_side->scale = in->scale_col;
 }
 
-static inline int64_t given_index(const transfer_rule &rule, int64_t row)
-{
-    const int64_t column = rule.perm[row - 1];
-    return rule.row_order == nullptr ? column : rule.row_order[column - 1];
-}
-
-template <typename value_t>
-static inline value_t transferred(const transfer_rule &rule, int64_t index, value_t value)
-{
-    using real_t = real_of<value_t>;
-    if (rule.conjugate) value = conjugated(value);
-    if (rule.scale == nullptr) return value;
-    const double factor = rule.scale[index - 1];
-    return value * static_cast<real_t>(rule.divide ? 1.0 / factor : factor);
-}
-
 /* Rows that several vectors bring or take at a time: their interleaved entries stay in the first cache. */
 static constexpr int64_t transfer_rows = 64;
+
+/* Where the rows of one such block come from or go to, from 0, and their factors. */
+template <typename value_t>
+struct transfer_block {
+    int64_t index[transfer_rows];
+    real_of<value_t> factor[transfer_rows];
+};
+
+template <typename value_t>
+static void look_up_rows(const transfer_rule &rule, int64_t start, int64_t count, transfer_block<value_t> *block)
+{
+    for (int64_t i = 0; i < count; ++i) {
+        const int64_t column = rule.perm[start + i - 1];
+        block->index[i] = (rule.row_order == nullptr ? column : rule.row_order[column - 1]) - 1;
+        if (rule.scale == nullptr) continue;
+        const double factor = rule.scale[block->index[i]];
+        block->factor[i] = static_cast<real_of<value_t>>(rule.divide ? 1.0 / factor : factor);
+    }
+}
+
+/* to[to_index(i)] = scaled and conjugated from[from_index(i)] for the rows of a block; the common plain copy is a loop of its own. */
+template <typename value_t, typename from_t, typename to_t>
+static void transfer_rows_of(const transfer_rule &rule, int64_t count, const real_of<value_t> *factor, const from_t &from, const to_t &to)
+{
+    if (rule.scale == nullptr && !rule.conjugate) {
+        for (int64_t i = 0; i < count; ++i) to(i) = from(i);
+        return;
+    }
+    for (int64_t i = 0; i < count; ++i) {
+        const value_t value = rule.conjugate ? conjugated(from(i)) : from(i);
+        to(i) = rule.scale == nullptr ? value : value * factor[i];
+    }
+}
 
 /* Entry i of vector k at x[i * width + k], i = 1..n; vector k of the caller's at source + k * n. */
 template <typename value_t>
 static void gather_vectors(const sweep<value_t> *w, int64_t width, const value_t *source, value_t *x)
 {
     const int64_t n = w->structure->neqns;
+    transfer_block<value_t> block;
     for (int64_t start = w->gather.first_row; start <= n; start += transfer_rows) {
-        const int64_t end = start + transfer_rows <= n + 1 ? start + transfer_rows : n + 1;
-        for (int64_t k = 0; k < width; ++k)
-            for (int64_t i = start; i < end; ++i) {
-                const int64_t index = given_index(w->gather, i);
-                x[i * width + k] = transferred(w->gather, index, source[k * n + index - 1]);
-            }
+        const int64_t count = start + transfer_rows <= n + 1 ? transfer_rows : n + 1 - start;
+        look_up_rows(w->gather, start, count, &block);
+        for (int64_t k = 0; k < width; ++k) {
+            const value_t *const from = source + k * n;
+            value_t *const to = x + start * width + k;
+            transfer_rows_of<value_t>(
+                w->gather, count, block.factor, [&](int64_t i) { return from[block.index[i]]; },
+                [&](int64_t i) -> value_t & { return to[i * width]; });
+        }
     }
     for (int64_t i = w->window.zero_from * width; i < (w->window.zero_to + 1) * width; ++i) x[i] = value_t(0);
 }
@@ -82,13 +103,17 @@ template <typename value_t>
 static void scatter_vectors(const sweep<value_t> *w, int64_t width, const value_t *x, value_t *target)
 {
     const int64_t n = w->structure->neqns;
+    transfer_block<value_t> block;
     for (int64_t start = w->scatter.first_row; start <= n; start += transfer_rows) {
-        const int64_t end = start + transfer_rows <= n + 1 ? start + transfer_rows : n + 1;
-        for (int64_t k = 0; k < width; ++k)
-            for (int64_t i = start; i < end; ++i) {
-                const int64_t index = given_index(w->scatter, i);
-                target[k * n + index - 1] = transferred(w->scatter, index, x[i * width + k]);
-            }
+        const int64_t count = start + transfer_rows <= n + 1 ? transfer_rows : n + 1 - start;
+        look_up_rows(w->scatter, start, count, &block);
+        for (int64_t k = 0; k < width; ++k) {
+            const value_t *const from = x + start * width + k;
+            value_t *const to = target + k * n;
+            transfer_rows_of<value_t>(
+                w->scatter, count, block.factor, [&](int64_t i) { return from[i * width]; },
+                [&](int64_t i) -> value_t & { return to[block.index[i]]; });
+        }
     }
 }
 
