@@ -1,6 +1,6 @@
 /* Factors in files against factors in core: the same system in two processes, the second one under a quarter of the first one's memory
-   (max_core_size, and the address space that the process may add after it has built the matrix). Prints times, ratios, transfer rates and
-   peak memory. ooc_bench [--quick] [folder for the files]: --quick takes small systems. */
+   (max_core_size, and after the analysis the address space that the process may add to what it had with the matrix built). Prints times,
+   ratios, transfer rates and peak memory. ooc_bench [--quick] [folder for the files]: --quick takes small systems. */
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -110,9 +110,9 @@ void prepare_process(const run_request &request)
     setenv("WKL_SOLVARA_OOC_KEEP_FILE", request.cold_solve ? "0" : "1", 1);
 }
 
-void limit_address_space(int64_t megabytes)
+void limit_address_space(int64_t start_kb, int64_t megabytes)
 {
-    const auto bytes = static_cast<rlim_t>((status_kb("VmSize:") << 10) + (megabytes << 20));
+    const auto bytes = static_cast<rlim_t>((start_kb << 10) + (megabytes << 20));
     const rlimit limit = {bytes, bytes};
     setrlimit(RLIMIT_AS, &limit);
 }
@@ -134,8 +134,8 @@ figures measure(const market_matrix &lower, const run_request &request)
     {
     } /* the threads and their stacks are the process's own */
     const int64_t start_kb = status_kb("VmSize:"), start_rss = status_kb("VmRSS:");
-    if (request.limit_address_space) limit_address_space(request.core_megabytes);
     out.result = h.call(11, &out.analysis);
+    if (request.limit_address_space) limit_address_space(start_kb, request.core_megabytes);
     if (out.result == 0) out.result = h.call(22, &out.factor);
     if (request.cold_solve) drop_from_memory(request.folder);
     if (out.result == 0) out.result = h.call(33, &out.solve);

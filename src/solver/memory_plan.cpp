@@ -184,8 +184,6 @@ void plan_ooc_arrays(planner *plan)
     if (s->scaling_on != 0) give(plan, array_map_col, sources);
     give(plan, array_map_dest_l, sum(product(c + 3, threads), 1));
     give(plan, array_map_dest_u, sum(product(c + 3, threads), 1));
-    give(plan, array_list_source, sum(product(s->factor_block_u + 1, threads), 1));
-    give(plan, array_list_rows, sum(product(s->factor_block_u + 1, threads), 1));
 }
 
 void plan_factors(planner *plan)

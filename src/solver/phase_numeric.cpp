@@ -117,15 +117,15 @@ int64_t bytes_beside_windows(solver_call *call)
     return state->memory_count_only;
 }
 
-/* The file layer's arrays, once for an analysis, in place of those that only the analysis needed. */
+/* The file layer's arrays, once for an analysis, in place of those that are not needed any more. */
 bool prepare_files(solver_call *call)
 {
     solver_state *state = call->state;
     state->core_mode = call->ooc->core_mode;
     if (state->core_mode != core_out || state->ooc_prepared != 0) return true;
+    release_analysis_arrays(0, state);
     memory_plan(memory_ooc_tree, 0, state);
     if (state->memory_error_stage != 0) return plan_failed(call);
-    release_analysis_arrays(0, state);
     const supernodal_structure structure = state_structure(state);
     const ooc_request request = stage_ooc_request(call, &structure);
     ooc_buffer_sizes(&request, bytes_beside_windows(call), &state->ooc_buffer_l, &state->ooc_buffer_u, &state->ooc_buffer_v);

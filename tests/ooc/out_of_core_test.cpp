@@ -201,8 +201,8 @@ TEST(out_of_core, kept_files_stay_complete_private_and_apart)
         EXPECT_EQ(one.call(33), 0);
         EXPECT_LT(backward_error(&one, one.unpack(one.x)), 1e-13);
     }
-    /* lindx, lnz, unz, four tables of the map and two lists; without unz and its tables for the symmetric one */
-    EXPECT_EQ(folder.files(), 9 + 6);
+    /* lindx, lnz, unz and four tables of the map; without unz and its tables for the symmetric one */
+    EXPECT_EQ(folder.files(), 7 + 4);
     for (const auto &entry : std::filesystem::directory_iterator(folder.folder)) {
         struct stat status;
         ASSERT_EQ(lstat(entry.path().c_str(), &status), 0);
