@@ -1,0 +1,37 @@
+# The product, through its shared library, against the solvers of others; those that are not here are left out.
+add_library(bench_peers STATIC peers.cpp peers_own.cpp)
+target_link_libraries(bench_peers PRIVATE wkl_options PUBLIC wkl_matrix_market wkldriver)
+
+# wkl_peer(name header folder source libraries...): adds the peer when header and all libraries are found.
+function(wkl_peer name header folder source)
+    find_path(WKL_PEER_${name}_INCLUDE ${header} PATH_SUFFIXES ${folder})
+    set(libraries)
+    foreach(library ${ARGN})
+        find_library(WKL_PEER_${library} ${library})
+        list(APPEND libraries ${WKL_PEER_${library}})
+    endforeach()
+    if(NOT WKL_PEER_${name}_INCLUDE OR libraries MATCHES "NOTFOUND")
+        message(STATUS "Benchmarks: ${name} is not here and is left out")
+        return()
+    endif()
+    target_sources(bench_peers PRIVATE ${source})
+    target_compile_definitions(bench_peers PRIVATE WKL_BENCH_${name})
+    target_include_directories(bench_peers SYSTEM PRIVATE ${WKL_PEER_${name}_INCLUDE})
+    target_link_libraries(bench_peers PRIVATE ${libraries})
+endfunction()
+
+wkl_peer(CHOLMOD cholmod.h suitesparse peers_cholmod.cpp cholmod)
+wkl_peer(UMFPACK umfpack.h suitesparse peers_umfpack.cpp umfpack klu)
+wkl_peer(MUMPS dmumps_c.h "" peers_mumps.cpp dmumps_seq zmumps_seq)
+wkl_peer(SUPERLU slu_ddefs.h superlu peers_superlu.cpp superlu)
+wkl_peer(EIGEN Eigen/SparseCholesky eigen3 peers_eigen.cpp)
+
+foreach(name solver_bench real_matrices)
+    add_executable(${name} ${name}.cpp)
+    target_link_libraries(${name} PRIVATE wkl_options wkl_bench_common bench_peers)
+    # the peers bring a BLAS with 32-bit integers under the same names
+    target_link_options(${name} PRIVATE -Wl,--exclude-libs,ALL)
+endforeach()
+target_sources(solver_bench PRIVATE contest.cpp)
+target_sources(solver_bench PRIVATE markdown.cpp)
+target_sources(real_matrices PRIVATE markdown.cpp)
