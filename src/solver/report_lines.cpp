@@ -86,7 +86,6 @@ constexpr summary_row summary_rows[] = {
     {1, 1, message_summary_reordering},
     {2, 2, message_summary_factorization},
     {3, 3, message_summary_solution},
-    {4, 4, message_summary_cleaning},
     {1, 2, message_summary_reordering_factorization},
     {1, 3, message_summary_reordering_solution},
     {2, 3, message_summary_factorization_solution},
@@ -171,6 +170,11 @@ void report_summary(int64_t first, int64_t last)
         if (row.first == first && row.last == last) print(row.message);
     }
     print(message_summary_rule);
+}
+
+void report_cleaning_summary()
+{
+    print(message_summary_cleaning);
 }
 
 void report_factorization_transfer(double write_seconds, double read_seconds)

@@ -71,8 +71,8 @@ void report_line(int64_t code, int64_t value = 0); /* a line without or with one
 void report_value(int64_t code, double value);     /* a line with one real number */
 void report_time(int64_t code, double seconds);
 void report_cgs_time(double seconds, int64_t iterations);
-/* The phases that ran, by their digits; 4, 4 for cleaning. */
-void report_summary(int64_t first, int64_t last);
+void report_summary(int64_t first, int64_t last); /* the phases that ran, by their digits, underlined */
+void report_cleaning_summary();
 
 /* Out of core: seconds of the transfers, and the block that closes a solve. */
 void report_factorization_transfer(double write_seconds, double read_seconds);

@@ -66,7 +66,7 @@ void report_scheme(const solver_call *call)
 
 void report_cleaning(const solver_call *call)
 {
-    report_summary(4, 4);
+    report_cleaning_summary();
     if (call->matrix_number < 1)
         report_line(report_memory_cleaned, -call->matrix_number);
     else
