@@ -51,8 +51,8 @@ void set_controls(const bench_system &system, const solver_settings &settings, m
 {
     for (const size_t stream : {0, 1, 2, 3}) p->id.icntl[stream] = stream == 3 ? 0 : -1;
     p->id.icntl[6] = system.whole.rows > 20000 ? 3 : 7; /* SCOTCH for large ones, as the package has no METIS; otherwise its own choice */
-    p->id.icntl[9] = static_cast<MUMPS_INT>(settings.refine);
-    p->id.icntl[13] = 60; /* per cent of room for delayed pivots */
+    p->id.icntl[9] = static_cast<MUMPS_INT>(-settings.refine); /* negative: that many steps, without its test */
+    p->id.icntl[13] = 60;                                      /* per cent of room for delayed pivots */
     p->id.n = static_cast<MUMPS_INT>(system.whole.rows);
     p->id.nnz = static_cast<MUMPS_INT8>(p->row.size());
     p->id.irn = p->row.data();

@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
@@ -90,7 +91,16 @@ std::string error_and_time(const outcome &o)
     return scientific(o.error) + " / " + bench_number(1e3 * o.seconds, 2);
 }
 
-std::vector<std::string> table_row(const std::string &name, const market_matrix &a, int rounds)
+/* Solvers that stand in the table beside ours. */
+bool has_column(const std::string &solver)
+{
+    return solver != "ours" && solver != "simplicial" && solver != "Eigen";
+}
+
+using cell_taker = std::function<void(const std::string &)>;
+
+/* Hands the cells of a row out one by one, so that those before a crash or the end of the time stay. */
+void make_row(const std::string &name, const market_matrix &a, int rounds, const cell_taker &take)
 {
     int64_t type = first_type(a);
     bench_system system = make_system(name, bench_group::network, type, a);
@@ -100,28 +110,24 @@ std::vector<std::string> table_row(const std::string &name, const market_matrix 
         system = make_system(name, bench_group::network, type, a);
         own = solve_once(system, open_own, 0, rounds);
     }
-    const outcome refined = solve_once(system, open_own, 2, rounds);
     const solver_facts &f = own.facts;
-    std::string inertia =
-        type % 2 == 0 && type != 6 && own.done ? std::to_string(f.positive_pivots) + "+ " + std::to_string(f.negative_pivots) + "-" : "";
-    std::vector<std::string> row = {name,
-                                    std::to_string(a.rows),
-                                    std::to_string(type),
-                                    error_and_time(own),
-                                    error_and_time(refined),
-                                    std::to_string(f.perturbed_pivots),
-                                    inertia,
-                                    bench_number(f.entries, 0)};
+    const bool has_inertia = type % 2 == 0 && type != 6 && own.done;
+    take(std::to_string(a.rows));
+    take(std::to_string(type));
+    take(own.done ? std::to_string(f.perturbed_pivots) : "");
+    take(has_inertia ? std::to_string(f.positive_pivots) + "+ " + std::to_string(f.negative_pivots) + "-" : "");
+    take(own.done && f.entries > 0 ? bench_number(f.entries, 0) : "");
+    take(error_and_time(own));
+    take(error_and_time(solve_once(system, open_own, 2, rounds)));
     const bool is_complex = system.is_complex();
     const bench_system general = make_system(name, bench_group::network, is_complex ? 13 : 11, system.whole);
     for (const competitor &c : competitors()) {
         const std::string peer = c.name;
-        if (peer == "ours" || peer == "simplicial" || peer == "Eigen") continue;
+        if (!has_column(peer)) continue;
         const bool symmetric_solver = peer == "CHOLMOD" || peer == "MUMPS";
         const bool fits = symmetric_solver ? peer == "MUMPS" || type == 2 || type == 4 : peer != "SuperLU" || !is_complex;
-        row.push_back(fits ? error_and_time(solve_once(symmetric_solver ? system : general, c.open, 2, rounds)) : "");
+        take(fits ? error_and_time(solve_once(symmetric_solver ? system : general, c.open, 2, rounds)) : "");
     }
-    return row;
 }
 
 /* The row of one file, made by a child; the pipe carries the cells, separated by tabs. */
@@ -133,33 +139,31 @@ std::vector<std::string> row_from_child(const std::string &path, int rounds, uns
     const pid_t child = fork();
     if (child == 0) {
         alarm(patience);
+        const cell_taker take = [&](const std::string &cell) {
+            const std::string text = cell + "\t";
+            if (write(ends[1], text.data(), text.size()) < 0) _exit(1);
+        };
         market_matrix a;
-        std::string error, text = name + "\tnot read";
-        if (read_matrix_market(path, &a, &error)) {
-            text = name + "\tnot square";
-            if (a.rows == a.columns) {
-                text.clear();
-                for (const std::string &cell : table_row(name, a, rounds)) text += (text.empty() ? "" : "\t") + cell;
-            }
-        }
-        const ssize_t written = write(ends[1], text.data(), text.size());
-        _exit(written == static_cast<ssize_t>(text.size()) ? 0 : 1);
+        std::string error;
+        if (!read_matrix_market(path, &a, &error))
+            take("not read");
+        else if (a.rows != a.columns)
+            take("not square");
+        else
+            make_row(name, a, rounds, take);
+        _exit(0);
     }
     close(ends[1]);
-    std::string text;
+    std::string text = name + "\t";
     char piece[512];
     for (ssize_t got; child > 0 && (got = read(ends[0], piece, sizeof piece)) > 0;) text.append(piece, static_cast<size_t>(got));
     close(ends[0]);
     int status = 0;
     if (child > 0) waitpid(child, &status, 0);
-    if (text.empty()) return {name, WIFSIGNALED(status) ? "signal " + std::to_string(WTERMSIG(status)) : "no result"};
-    std::vector<std::string> row(1);
-    for (const char c : text) {
-        if (c == '\t')
-            row.emplace_back();
-        else
-            row.back() += c;
-    }
+    if (WIFSIGNALED(status)) text += WTERMSIG(status) == SIGALRM ? "out of time\t" : "signal " + std::to_string(WTERMSIG(status)) + "\t";
+    std::vector<std::string> row;
+    for (size_t begin = 0, end; (end = text.find('\t', begin)) != std::string::npos; begin = end + 1)
+        row.push_back(text.substr(begin, end - begin));
     return row;
 }
 
@@ -194,11 +198,9 @@ int main(int argc, char **argv)
         execv("/proc/self/exe", argv);
         return 1;
     }
-    bench_table table{{"matrix", "n", "type", "ours", "ours refined", "perturbed", "inertia", "entries"}, {}};
-    for (const competitor &c : competitors()) {
-        const std::string peer = c.name;
-        if (peer != "ours" && peer != "simplicial" && peer != "Eigen") table.head.push_back(peer);
-    }
+    bench_table table{{"matrix", "n", "type", "perturbed", "inertia", "entries", "ours", "ours refined"}, {}};
+    for (const competitor &c : competitors())
+        if (has_column(c.name)) table.head.push_back(c.name);
     for (const std::string &path : files_of(folder)) {
         if (path.find(part) == std::string::npos) continue;
         std::vector<std::string> row = row_from_child(path, rounds, patience);
