@@ -229,7 +229,7 @@ int run_parent(const program_options &program)
     std::vector<contest_record> all;
     bool good = true;
     bench_table figures;
-    std::string limits;
+    std::string limits = program.quick ? "Small sizes (--quick).\n" : "";
     for (const char *threads : {"1", "2"}) {
         if (program.threads.find(threads) == std::string::npos) continue;
         char records[] = "/tmp/solver_bench.XXXXXX";
