@@ -114,6 +114,12 @@ std::vector<contest_record> hold_contest(const bench_system &system, const conte
         if (std::strcmp(c.name, "ours") == 0 && wanted(options.solvers, "single"))
             first_pass(system, options, "ours, single", c.open, true, &all);
     }
+    for (contender &c : all) {
+        if (c.first_factor < 5 || c.first_factor < 20 * all[0].first_factor) continue;
+        std::fprintf(stderr, "%s, %s: %.0f s for the first factorization, left out\n", system.name.c_str(), c.record.solver.c_str(),
+                     c.first_factor);
+        c.alive = false;
+    }
     const std::vector<double> b = right_sides(system);
     measure_in_turn(
         options, &all, [](contender *c) { return c->session.analyse(); }, &contest_record::analysis);

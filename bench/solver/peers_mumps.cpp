@@ -49,7 +49,7 @@ struct mumps_state {
 template <typename kind>
 void set_controls(const bench_system &system, const solver_settings &settings, mumps_state<kind> *p)
 {
-    for (const size_t stream : {0, 1, 2, 3}) p->id.icntl[stream] = stream == 3 ? 0 : -1;
+    for (size_t stream = 0; stream < 4; ++stream) p->id.icntl[stream] = stream == 3 ? 0 : -1;
     p->id.icntl[6] = system.whole.rows > 20000 ? 3 : 7; /* SCOTCH for large ones, as the package has no METIS; otherwise its own choice */
     p->id.icntl[9] = static_cast<MUMPS_INT>(-settings.refine); /* negative: that many steps, without its test */
     p->id.icntl[13] = 60;                                      /* per cent of room for delayed pivots */

@@ -156,7 +156,7 @@ bench_table measured_table(const std::vector<contest_record> &records, const mac
     for (const contest_record &r : records) {
         std::vector<std::string> row = {r.name, r.solver == "ours, single" ? "ours single" : r.solver, std::to_string(r.threads),
                                         bench_number(r.n, 0)};
-        for (const column &c : timed) row.push_back(r.good != 0 ? bench_number(1e3 * (r.*c.value), 3) : "failed");
+        for (const column &c : timed) row.push_back(r.good != 0 ? bench_number(1e3 * (r.*c.value), 3) : "-");
         const bool symmetric = r.group != static_cast<int>(bench_group::unsymmetric) && r.group != static_cast<int>(bench_group::network);
         char error[32];
         std::snprintf(error, sizeof error, "%.1e", r.backward_error);
@@ -230,6 +230,7 @@ int run_parent(const program_options &program)
     bool good = true;
     bench_table figures;
     std::string limits = program.quick ? "Small sizes (--quick).\n" : "";
+    if (!program.solvers.empty()) limits += "Only these solvers: " + program.solvers + ".\n";
     for (const char *threads : {"1", "2"}) {
         if (program.threads.find(threads) == std::string::npos) continue;
         char records[] = "/tmp/solver_bench.XXXXXX";
