@@ -77,6 +77,10 @@ struct klu_state {
     bool factor()
     {
         free_numeric();
+        if (symbolic->est_flops > 5e10) { /* minutes at its rate, which has no supernodes to use */
+            common.status = KLU_TOO_LARGE;
+            return false;
+        }
         int *start = matrix.start.data(), *row = matrix.row.data();
         numeric = is_complex ? klu_z_factor(start, row, matrix.value.data(), symbolic, &common)
                              : klu_factor(start, row, matrix.value.data(), symbolic, &common);
