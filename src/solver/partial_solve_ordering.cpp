@@ -170,10 +170,10 @@ void partial_solve_ordering(int64_t n, int64_t *iparam, const int64_t *ja, const
         const int64_t checker = iparam_at(iparam, iparam_matrix_checker);
         take_over_parameters(iparam);
         *error = order_free_rows(&order, iparam);
+        iparam_at(iparam, iparam_matrix_checker) = checker;
         if (*error == error_none) {
             iparam_at(iparam, iparam_perm_mode) = 1;
             iparam_at(iparam, iparam_partial_window) = n - order.free_rows;
-            iparam_at(iparam, iparam_matrix_checker) = checker;
             compose(&order, perm);
         }
     }

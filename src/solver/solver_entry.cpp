@@ -76,11 +76,10 @@ void take_shortcut(solver_call *call, int64_t threads)
 {
     iparam_at(call->iparam, iparam_transpose) = -1;
     if (call->ido == ido_analyse) return;
-    int64_t type = call->matrix_type > 10 ? call->matrix_type - 10 : call->matrix_type;
-    if (type < 0) type = -type;
+    const int64_t type = call->matrix_type > 10 ? call->matrix_type - 10 : call->matrix_type;
     if (lacks_arrays(call))
         call->error = error_diagonal;
-    else if (type > 2) {
+    else if (type > 2 || type < -2) {
         if (call->real_bytes == 4)
             run_shortcut<std::complex<float>>(call, threads);
         else
