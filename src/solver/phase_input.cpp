@@ -80,7 +80,6 @@ int64_t one_based(int64_t value, int64_t base)
 
 void fill_pattern(const solver_call *call, int64_t base)
 {
-    const int64_t *list = call->copies->diagonal_list + 1, *const list_end = list + call->diagonal_count;
     const int64_t n = call->neqns;
     int64_t *ia = call->copies->ia, *ja = call->copies->ja;
     if (call->diagonal_count == 0) {
@@ -88,6 +87,7 @@ void fill_pattern(const solver_call *call, int64_t base)
         for (int64_t p = 0; p < call->ia[n] - base; ++p) ja[p] = one_based(call->ja[p], base);
         return;
     }
+    const int64_t *list = call->copies->diagonal_list + 1, *const list_end = list + call->diagonal_count;
     int64_t next = 0;
     for (int64_t i = 0; i < n; ++i) {
         ia[i] = next + 1;

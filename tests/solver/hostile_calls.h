@@ -166,7 +166,8 @@ inline const char *hostile_calls(session *s, byte_source *bytes)
         for (int64_t i = 0; i < s->neqns; ++i) s->perm.push_back(bytes->chance(20) ? bytes->within(-1, 31) : s->neqns - 1 - i + s->ia[0]);
         s->pack(s->values, &s->a);
         s->pack(s->rhs, &s->b);
-        if (!s->is_complex() && std::abs(s->matrix_type % 10) > 2) { /* a refused type that counts as complex on a diagonal */
+        if (!s->is_complex() && s->matrix_type != 11 &&
+            (s->matrix_type > 2 || s->matrix_type < -2)) { /* complex on a diagonal, refused elsewhere */
             s->a.resize(s->values.size() * 16);
             s->b.resize(s->rhs.size() * 16);
         }
