@@ -1,5 +1,5 @@
-/* Time steps of a heat equation with a nonlinear sink on a cube, u' = div grad u - u^3: each step solves a system whose matrix has changed a
-   little. It is solved twice: with a factorization in every step, and with iparam(4), where the factors of an earlier step serve as
+/* Time steps of a heat equation with a nonlinear sink on a cube, u' = div grad u - u^3: each step solves a system whose matrix has changed
+   a little. It is solved twice: with a factorization in every step, and with iparam(4), where the factors of an earlier step serve as
    preconditioner of an iteration and the library factors anew only when that no longer pays. Prints both times.
 
        cc newton_reuse.c $(pkg-config --cflags --libs wkldriver) -lm -o newton_reuse && ./newton_reuse 30 */

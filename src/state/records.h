@@ -166,9 +166,9 @@ struct solver_state {
         solve_work_a, solve_work_b, nb, refinement_steps;
     array_block **scale_table_row, **scale_table_col; /* [max_fac_store] diagonal store of each factorization */
     array_block *scale_current_row, *scale_current_col;
-    factor_record *factor_table; /* [max_fac_store] what each stored factorization was made with */
-    void *table_block;           /* owns the tables above and their headers */
-    int64_t table_capacity;      /* factorizations the tables have room for, >= max_fac_store */
-    int64_t analysed;            /* 1 from the end of an analysis to the start of the next */
+    factor_record *factor_table;        /* [max_fac_store] what each stored factorization was made with */
+    void *table_block;                  /* owns the tables above and their headers */
+    int64_t table_capacity;             /* factorizations the tables have room for, >= max_fac_store */
+    int64_t analysed;                   /* 1 from the end of an analysis to the start of the next */
     int64_t map_length_l, map_length_u; /* lengths of the position map */
 };

@@ -169,7 +169,7 @@ DENSE_INLINE void place_tile(const tile_target<value_t> &t, const vec<real_of<va
         const bool part = masked && v == mv - 1;
         const int64_t count = part ? tail / parts<value_t> : values;
         const int64_t row = i + v * values;
-        const int64_t *position = t.row_position + row;
+        const int64_t *position = scattered ? t.row_position + row : nullptr;
         const int64_t start = scattered ? position[0] : row;
         const bool run = !scattered || position[count - 1] - start == count - 1;
         DENSE_UNROLL
