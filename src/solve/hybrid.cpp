@@ -27,7 +27,7 @@ static int64_t block_count(int64_t mode)
 int64_t hybrid_work_entries(int64_t n, int64_t nb, int64_t mode)
 {
     constexpr int64_t scalars = sizeof(column_scalars<float>) / sizeof(float) + 4; /* the widest in entries, and its alignment */
-    return (block_count(mode) * n + scalars) * nb;
+    return block_count(mode) * bounded_product(n, nb) + bounded_product(scalars, nb);
 }
 
 /* Sum of conj(a) * b for one column, accumulated in double. */

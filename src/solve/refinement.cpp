@@ -22,8 +22,8 @@ static constexpr int64_t wide_factor = static_cast<int64_t>(sizeof(extended_of<v
 
 int64_t refinement_work_entries(int64_t n, int64_t nb, int64_t request)
 {
-    const int64_t plain = 2 * n * nb;
-    return request < 0 ? plain + wide_factor<float> * (n * nb + extended_scratch_entries(n) + 1) : plain;
+    const int64_t count = bounded_product(n, nb);
+    return request < 0 ? 2 * count + wide_factor<float> * (count + extended_scratch_entries(n) + 1) : 2 * count;
 }
 
 template <typename value_t>

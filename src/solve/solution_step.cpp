@@ -153,9 +153,9 @@ static int64_t single_vector_threads(const solve_input<value_t> *in, const sweep
 /* Vectors interleaved in one panel: an even share of the threads, within the limit. */
 static int64_t panel_width(int64_t nb, int64_t threads)
 {
-    const int64_t share = (nb + threads - 1) / threads;
-    const int64_t panels = (share + solve_width_limit - 1) / solve_width_limit;
-    return (share + panels - 1) / panels;
+    const int64_t share = (nb - 1) / threads + 1;
+    const int64_t panels = (share - 1) / solve_width_limit + 1;
+    return (share - 1) / panels + 1;
 }
 
 /* Block-solve threads for several vectors; each takes whole panels. */

@@ -9,6 +9,14 @@
 #include "solve/solve.h"
 #include "state/matrix_types.h"
 
+/* n * nb as a size of memory: held below 2^54, which no allocation grants and from which no later factor overflows. */
+inline constexpr int64_t size_bound = int64_t{1} << 54;
+inline int64_t bounded_product(int64_t n, int64_t nb)
+{
+    int64_t size = 0;
+    return __builtin_mul_overflow(n, nb, &size) || size > size_bound ? size_bound : size;
+}
+
 template <typename value_t>
 inline constexpr bool is_complex_value = !std::is_floating_point_v<value_t>;
 
