@@ -8,6 +8,7 @@
 #include <random>
 #include <vector>
 
+#include "dense/dense.h"
 #include "factor/factor.h"
 #include "state/matrix_types.h"
 
@@ -22,15 +23,7 @@ inline const matrix_type_row &type_of(int64_t code)
 }
 
 template <typename value_t>
-struct real_part_of {
-    using type = value_t;
-};
-template <typename real_t>
-struct real_part_of<std::complex<real_t>> {
-    using type = real_t;
-};
-template <typename value_t>
-using real_part_t = typename real_part_of<value_t>::type;
+using real_part_t = real_of<value_t>;
 
 template <typename value_t>
 value_t conjugate(const value_t &x)
