@@ -18,6 +18,11 @@ set(CMAKE_C_FLAGS_RELEASE "-O3 -DNDEBUG")
 
 set(WKL_SANITIZE "" CACHE STRING "Sanitizers: empty, 'address' (address and undefined behaviour) or 'thread'")
 
+if(WKL_SANITIZE AND CMAKE_CXX_COMPILER_ID MATCHES Clang) # the reports need names and lines only
+    set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O1 -gline-tables-only -DNDEBUG")
+    set(CMAKE_C_FLAGS_RELWITHDEBINFO "-O1 -gline-tables-only -DNDEBUG")
+endif()
+
 add_library(wkl_options INTERFACE)
 target_compile_options(wkl_options INTERFACE -Wall -Wextra -Wconversion -Wshadow -Werror)
 if(WKL_SANITIZE STREQUAL "address")
