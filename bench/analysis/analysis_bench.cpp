@@ -1,6 +1,10 @@
-/* The analysis beside its peers in one run: entries of L and time against METIS_NodeND of the packaged library on the same graph, entries
-   of L against CHOLMOD's choice, and the share of the time that is not ordering. Ratios below 1 are in our favour.
-   Usage: analysis_bench [--csv FILE] [--runs N] [generated | MATRIX.mtx ...]   (no name: all generated matrices) */
+/* The analysis beside its peers in one run. Time of a whole ido 11 of the product against METIS_NodeND of the packaged library on the same
+   graph, entries of L against the same and against CHOLMOD's choice, the share of ido 11 that is not ordering, and memory: what ido 11
+   reports in iparam(15), and the peak of the process above its start, which the partitioner's own work belongs to. Ratios below 1 are in
+   our favour.
+   Usage: analysis_bench [--csv FILE] [--runs N] [generated | small | NAME | MATRIX.mtx ...]
+   (no name: all generated matrices; NAME: those generated ones whose name contains it) */
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -12,20 +16,18 @@
 #include "analysis/symbolic.h"
 #include "generators.h"
 #include "measure.h"
+#include "node_ordering.h"
+#include "product_analysis.h"
 
-#ifdef WKL_BENCH_METIS
-#include <metis.h>
-#endif
 #ifdef WKL_BENCH_CHOLMOD
 #include <cholmod.h>
 #endif
 
 using words = std::vector<int64_t>;
 
-struct input {
+struct input : bench_input {
     std::string name;
-    int64_t n, type; /* 2: upper triangle with the diagonal first; 11: all entries */
-    words ia, ja;
+    analysis_memory one, two; /* with one and with two threads */
 };
 
 /* Everything one analysis reads and writes, sized once so that only the work is timed. */
@@ -46,7 +48,7 @@ static input make_input(const std::string &name, const market_matrix &m)
 {
     const bool general = m.symmetry == market_symmetry::general;
     const market_matrix rows = general ? m : market_transpose(m);
-    input in{name, m.rows, general ? 11 : 2, {1}, {}};
+    input in{{m.rows, general ? 11 : 2, {1}, {}}, name, {}, {}};
     for (int64_t i = 1; i <= in.n; ++i) {
         if (!general) in.ja.push_back(i);
         for (int64_t p = rows.ia[size_of(i - 1)]; p < rows.ia[size_of(i)]; ++p) {
@@ -117,35 +119,29 @@ static void analyse(const input &in, int64_t threads, analysis *a)
     a->ordering_seconds = a->times.time_reorder;
 }
 
-#ifdef WKL_BENCH_METIS
-struct metis_graph {
-    std::vector<idx_t> xadj, adj, perm, invp;
+/* The order that the packaged partitioner gives to the graph of an analysis. */
+struct peer_order {
+    words perm, invp;
+    std::function<bool()> run; /* empty: the machine has none */
 };
 
-static metis_graph make_metis_graph(const analysis &a)
+static void prepare_peer(const analysis &a, peer_order *peer)
 {
-    const int64_t n = a.control.neqns;
-    metis_graph g;
-    for (int64_t i = 0; i <= n; ++i) g.xadj.push_back(static_cast<idx_t>(a.xadj[size_of(i)] - 1));
-    for (int64_t p = 0; p < a.xadj[size_of(n)] - 1; ++p) g.adj.push_back(static_cast<idx_t>(a.adj[size_of(p)] - 1));
-    g.perm.resize(size_of(n));
-    g.invp.resize(size_of(n));
-    return g;
-}
-
-static void run_metis(metis_graph *g)
-{
-    idx_t n = static_cast<idx_t>(g->perm.size());
-    METIS_NodeND(&n, g->xadj.data(), g->adj.data(), nullptr, nullptr, g->perm.data(), g->invp.data());
+    words start, neighbour;
+    for (int64_t i = 0; i <= a.control.neqns; ++i) start.push_back(a.xadj[size_of(i)] - 1);
+    for (int64_t p = 0; p < start.back(); ++p) neighbour.push_back(a.adj[size_of(p)] - 1);
+    peer->perm.resize(size_of(a.control.neqns));
+    peer->invp.resize(size_of(a.control.neqns));
+    peer->run = packaged_node_ordering(a.control.neqns, start.data(), neighbour.data(), peer->perm.data(), peer->invp.data());
 }
 
 /* Entries of L and fundamental supernodes for the order of the peer. */
-static int64_t count_entries(const metis_graph &g, const analysis &a, int64_t *supernodes)
+static int64_t count_entries(const peer_order &peer, const analysis &a, int64_t *supernodes)
 {
     const int64_t n = a.control.neqns;
     words perm, invp, parent(size_of(n)), counts(size_of(n)), work(size_of(5 * n)), snode(size_of(n)), xsuper(size_of(n + 1));
-    for (const idx_t v : g.perm) perm.push_back(v + 1);
-    for (const idx_t v : g.invp) invp.push_back(v + 1);
+    for (const int64_t v : peer.perm) perm.push_back(v + 1);
+    for (const int64_t v : peer.invp) invp.push_back(v + 1);
     const int64_t table[4] = {1, n - 1, n, n};
     int64_t rows = 0, longest = 0;
     elimination_tree(n, 1, 1, table, a.xadj.data(), a.adj.data(), perm.data(), invp.data(), parent.data(), work.data());
@@ -154,7 +150,6 @@ static int64_t count_entries(const metis_graph &g, const analysis &a, int64_t *s
     *supernodes = supernode_partition(n, parent.data(), counts.data(), n, snode.data(), xsuper.data(), &rows, &longest);
     return entries;
 }
-#endif
 
 #ifdef WKL_BENCH_CHOLMOD
 /* Entries of L with CHOLMOD's own choice of ordering. */
@@ -183,52 +178,89 @@ static double cholmod_entries(const analysis &a)
 }
 #endif
 
-static std::vector<input> generated()
+struct generated_case {
+    const char *group, *name;
+    std::function<market_matrix()> make;
+};
+
+static const std::vector<generated_case> generated_cases = {
+    {"generated", "grid 2D 5-point 1000^2", [] { return grid_2d_5(1000, 1000); }},
+    {"generated", "grid 3D 7-point 60^3", [] { return grid_3d_7(60, 60, 60); }},
+    {"generated", "grid 3D 27-point 40^3", [] { return grid_3d_27(40, 40, 40); }},
+    {"generated", "elasticity 25^3 x 3", [] { return elasticity(25, 25, 25); }},
+    {"generated", "convection 45^3", [] { return convection_3d(45, 45, 45, 1.0, difference::upwind); }},
+    {"generated", "saddle point 100,000", [] { return saddle_point(100000); }},
+    {"small", "2D 10^2", [] { return grid_2d_5(10, 10); }},
+    {"small", "2D 30^2", [] { return grid_2d_5(30, 30); }},
+    {"small", "2D 45^2", [] { return grid_2d_5(45, 45); }},
+    {"small", "3D 8^3", [] { return grid_3d_7(8, 8, 8); }},
+    {"small", "27-point 17^3", [] { return grid_3d_27(17, 17, 17); }},
+    {"small", "elasticity 5^3", [] { return elasticity(5, 5, 5); }},
+    {"small", "elasticity 10^3", [] { return elasticity(10, 10, 10); }},
+    {"small", "circuit 5000", [] { return circuit(5000); }},
+};
+
+static bool add_generated(const std::string &word, std::vector<input> *inputs)
 {
-    return {make_input("grid 2D 5-point 1000^2", grid_2d_5(1000, 1000)),
-            make_input("grid 3D 7-point 60^3", grid_3d_7(60, 60, 60)),
-            make_input("grid 3D 27-point 40^3", grid_3d_27(40, 40, 40)),
-            make_input("elasticity 25^3 x 3", elasticity(25, 25, 25)),
-            make_input("convection 45^3", convection_3d(45, 45, 45, 1.0, difference::upwind)),
-            make_input("saddle point 100,000", saddle_point(100000))};
+    bool found = false;
+    for (const generated_case &c : generated_cases) {
+        if (word != c.group && std::string(c.name).find(word) == std::string::npos) continue;
+        inputs->push_back(make_input(c.name, c.make()));
+        found = true;
+    }
+    return found;
 }
 
 struct sums {
     std::vector<double> fill, time_one, time_two;
 };
 
+static double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+static std::string megabytes(double kilobytes)
+{
+    return kilobytes < 0 ? "-" : bench_number(kilobytes / 1024, 1);
+}
+
 static void add_row(const input &in, int runs, bench_table *table, sums *total)
 {
     analysis one, two;
+    peer_order peer;
     size_arrays(in, 1, &one);
     size_arrays(in, 2, &two);
     analyse(in, 1, &one);
-    std::vector<std::function<void()>> works = {[&] { analyse(in, 1, &one); }, [&] { analyse(in, 2, &two); }};
-    double metis_entries = std::nan(""), metis_width = std::nan(""), chosen = std::nan("");
-#ifdef WKL_BENCH_METIS
-    metis_graph peer = make_metis_graph(one);
-    works.push_back([&] { run_metis(&peer); });
-#endif
+    prepare_peer(one, &peer);
+    std::vector<double> ordering[2];
+    std::vector<std::function<void()>> works = {[&] { product_analysis(in, 1, nullptr); }, [&] { product_analysis(in, 2, nullptr); },
+                                                [&] { analyse(in, 1, &one), ordering[0].push_back(one.ordering_seconds); },
+                                                [&] { analyse(in, 2, &two), ordering[1].push_back(two.ordering_seconds); }};
+    if (peer.run) works.push_back([&] { peer.run(); });
     const std::vector<double> seconds = bench_medians(runs, works);
-    const double metis_seconds = seconds.size() > 2 ? seconds[2] : std::nan("");
-#ifdef WKL_BENCH_METIS
-    int64_t supernodes = 1;
-    metis_entries = static_cast<double>(count_entries(peer, one, &supernodes));
-    metis_width = static_cast<double>(in.n) / static_cast<double>(supernodes);
-#endif
+    double peer_entries = std::nan(""), peer_width = std::nan(""), chosen = std::nan("");
+    const double peer_seconds = peer.run ? seconds[4] : std::nan("");
+    if (peer.run) {
+        int64_t supernodes = 1;
+        peer_entries = static_cast<double>(count_entries(peer, one, &supernodes));
+        peer_width = static_cast<double>(in.n) / static_cast<double>(supernodes);
+    }
 #ifdef WKL_BENCH_CHOLMOD
     chosen = cholmod_entries(one);
 #endif
     const double entries = static_cast<double>(one.control.l_entries), entries_two = static_cast<double>(two.control.l_entries);
-    total->fill.push_back(entries / metis_entries);
-    total->time_one.push_back(seconds[0] / metis_seconds);
-    total->time_two.push_back(seconds[1] / metis_seconds);
-    table->rows.push_back(
-        {in.name, std::to_string(in.n), std::to_string(one.control.l_entries), bench_number(entries / metis_entries, 3),
-         bench_number(entries_two / metis_entries, 3), bench_number(entries / chosen, 3), bench_number(metis_seconds, 3),
-         bench_number(seconds[0] / metis_seconds, 3), bench_number(seconds[1] / metis_seconds, 3),
-         bench_number(1.0 - one.ordering_seconds / one.seconds, 3), bench_number(1.0 - two.ordering_seconds / two.seconds, 3),
-         bench_number(static_cast<double>(in.n) / static_cast<double>(one.control.supernodes), 2), bench_number(metis_width, 2)});
+    total->fill.push_back(entries / peer_entries);
+    total->time_one.push_back(seconds[0] / peer_seconds);
+    total->time_two.push_back(seconds[1] / peer_seconds);
+    table->rows.push_back({in.name, std::to_string(in.n), std::to_string(one.control.l_entries), bench_number(entries / peer_entries, 3),
+                           bench_number(entries_two / peer_entries, 3), bench_number(entries / chosen, 3),
+                           bench_number(1e3 * peer_seconds, 2), bench_number(seconds[0] / peer_seconds, 3),
+                           bench_number(seconds[1] / peer_seconds, 3), bench_number(1.0 - median(ordering[0]) / seconds[0], 3),
+                           bench_number(1.0 - median(ordering[1]) / seconds[1], 3),
+                           bench_number(static_cast<double>(in.n) / static_cast<double>(one.control.supernodes), 2),
+                           bench_number(peer_width, 2), megabytes(in.one.reported), megabytes(in.one.peak), megabytes(in.two.peak)});
 }
 
 int main(int argc, char **argv)
@@ -243,16 +275,20 @@ int main(int argc, char **argv)
             csv = argv[++i];
         else if (std::strcmp(argv[i], "--runs") == 0 && i + 1 < argc)
             runs = std::stoi(argv[++i]);
-        else if (std::strcmp(argv[i], "generated") == 0)
-            inputs = generated();
+        else if (add_generated(argv[i], &inputs))
+            continue;
         else if (!read_matrix_market(argv[i], &m, &error))
             std::fprintf(stderr, "%s\n", error.c_str());
         else if (m.rows == m.columns)
             inputs.push_back(make_input(std::string(argv[i]).substr(std::string(argv[i]).rfind('/') + 1), m));
     }
-    if (inputs.empty()) inputs = generated();
-    bench_table table{{"matrix", "n", "nnz(L)", "L/metis 1t", "L/metis 2t", "L/cholmod", "metis s", "time 1t", "time 2t", "rest 1t",
-                       "rest 2t", "width", "metis width"},
+    if (inputs.empty()) add_generated("generated", &inputs);
+    for (input &in : inputs) { /* all of them before the first parallel region of this process */
+        in.one = product_memory(in, 1);
+        in.two = product_memory(in, 2);
+    }
+    bench_table table{{"matrix", "n", "nnz(L)", "L/metis 1t", "L/metis 2t", "L/cholmod", "metis ms", "time 1t", "time 2t", "rest 1t",
+                       "rest 2t", "width", "metis width", "iparam(15) MB", "peak MB 1t", "peak MB 2t"},
                       {}};
     sums total;
     for (const input &in : inputs) add_row(in, runs, &table, &total);

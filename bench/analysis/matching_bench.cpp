@@ -71,10 +71,8 @@ static double ordering_seconds(const market_matrix &a)
             if (j != static_cast<int64_t>(i) + 1) neighbour.push_back(j - 1);
         start.push_back(static_cast<int64_t>(neighbour.size()));
     }
-    bool there = false;
-    const double seconds =
-        best_seconds(1, [&] { there = packaged_node_ordering(a.rows, start.data(), neighbour.data(), perm.data(), invp.data()); });
-    return there ? seconds : NAN;
+    const auto order = packaged_node_ordering(a.rows, start.data(), neighbour.data(), perm.data(), invp.data());
+    return order ? best_seconds(1, [&] { order(); }) : NAN;
 }
 
 int main(int argc, char **argv)
