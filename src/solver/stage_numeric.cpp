@@ -398,11 +398,11 @@ void solve_and_refine(numeric_run<value_t> *run)
     control_block *control = call->control;
     const bool refines = refinement_due(call) && control->solve_step_saved == 0 && call->refinement_planned && call->nb > 0;
     auto *work = static_cast<value_t *>(get_from_c_structure(array_solve_work, call->state));
-    const int64_t count = call->neqns * call->nb;
     choose_window(call);
     const solve_input<value_t> solve = solve_view(run);
     double sum_rhs = 0.0;
     if (refines) {
+        const int64_t count = call->neqns * call->nb;
         sum_rhs = sum_of_moduli(count, solve.b);
         for (int64_t i = 0; control->overwrite_rhs == 1 && i < count; ++i) work[i] = solve.b[i];
     }
