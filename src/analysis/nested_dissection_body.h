@@ -68,6 +68,22 @@ void record_pair(dissection_job *job, int64_t pair, int64_t first, int64_t last)
     job->domain_table[2 * pair + 1] = last;
 }
 
+ctrl_t *make_control(const dissection_job *job, graph_t *graph)
+{
+    ctrl_t *ctrl = SetupCtrl(METIS_OP_OMETIS, nullptr, 1, 3, nullptr, nullptr);
+    if (ctrl == nullptr) wkl_metis_leave();
+    ctrl->nseps = job->separators;
+    ctrl->compress = job->compressed ? 1 : 0;
+    AllocateWorkSpace(ctrl, graph);
+    return ctrl;
+}
+
+} // namespace
+
+#include "analysis/node_bisection_body.h"
+
+namespace
+{
 /* ---- leaves ---- */
 
 /* The graph of a leaf with the vertices around it, which come behind its own and keep only their edges to the leaf; numbered from 1. */
@@ -165,16 +181,6 @@ void order_leaf(dissection_job *job, ctrl_t *ctrl, const graph_t *graph, idx_t l
 
 /* ---- one node ---- */
 
-ctrl_t *make_control(const dissection_job *job, graph_t *graph)
-{
-    ctrl_t *ctrl = SetupCtrl(METIS_OP_OMETIS, nullptr, 1, 3, nullptr, nullptr);
-    if (ctrl == nullptr) wkl_metis_leave();
-    ctrl->nseps = job->separators;
-    ctrl->compress = job->compressed ? 1 : 0;
-    AllocateWorkSpace(ctrl, graph);
-    return ctrl;
-}
-
 /* A graph without edges needs no separator: the vertices go to both sides in turn. */
 void halve_without_edges(ctrl_t *ctrl, graph_t *graph)
 {
@@ -183,7 +189,7 @@ void halve_without_edges(ctrl_t *ctrl, graph_t *graph)
     Compute2WayNodePartitionParams(ctrl, graph);
 }
 
-/* Bisect the graph of a node, number its separator and record it; the halves replace the graph, which is freed. Halves the width. */
+/* Number the separator of a bisected node behind both halves and record it; the halves replace the graph, which is freed. */
 void split_node(dissection_node *node, ctrl_t *ctrl, graph_t **lower, graph_t **upper)
 {
     dissection_job *job = node->job;
@@ -193,12 +199,6 @@ void split_node(dissection_node *node, ctrl_t *ctrl, graph_t **lower, graph_t **
         node->width = 0;
     } else {
         node->width /= 2;
-    }
-    if (graph->nedges == 0) {
-        halve_without_edges(ctrl, graph);
-    } else {
-        wkl_metis_gk_randinit(node->seed);
-        MlevelNodeBisectionMultiple(ctrl, graph);
     }
     const idx_t end = node->last;
     for (idx_t i = 0; i < graph->nbnd; ++i) job->order[graph->label[graph->bndind[i]]] = --node->last;
@@ -249,6 +249,10 @@ void dissect_alone(dissection_node node, ctrl_t *ctrl)
     if (job_failed(node.job)) return;
     graph_t *lower = nullptr, *upper = nullptr;
     const idx_t size = node.graph->nvtxs;
+    if (node.graph->nedges == 0)
+        halve_without_edges(ctrl, node.graph);
+    else
+        bisect_alone(ctrl, node.job, node.graph, node.seed);
     split_node(&node, ctrl, &lower, &upper);
     const idx_t upper_size = upper->nvtxs;
     for (int64_t side = 1; side >= 0; --side) {
@@ -265,12 +269,18 @@ void dissect_alone(dissection_node node, ctrl_t *ctrl)
 struct split_call {
     dissection_node *node;
     graph_t *lower, *upper;
+    bool bisected;
 };
 
 void split_under_guard(void *argument)
 {
     split_call *call = static_cast<split_call *>(argument);
-    ctrl_t *ctrl = make_control(call->node->job, call->node->graph);
+    dissection_node *node = call->node;
+    ctrl_t *ctrl = make_control(node->job, node->graph);
+    if (node->graph->nedges == 0)
+        halve_without_edges(ctrl, node->graph);
+    else if (!call->bisected)
+        bisect_alone(ctrl, node->job, node->graph, node->seed);
     split_node(call->node, ctrl, &call->lower, &call->upper);
     FreeCtrl(&ctrl);
 }
@@ -301,7 +311,10 @@ void dissect_in_tasks(dissection_node node)
         return;
     }
     const idx_t size = node.graph->nvtxs;
-    split_call call = {&node, nullptr, nullptr};
+    const bool with_tasks = node.depth < job->threads && node.graph->nedges > 0; /* fewer nodes than threads at this depth */
+    if (with_tasks) bisect_in_tasks(job, node.graph, node.seed);
+    split_call call = {&node, nullptr, nullptr, with_tasks};
+    if (job_failed(job)) return;
     fail_job(job, wkl_metis_guard(&job->arena, node.seed, split_under_guard, &call));
     if (job_failed(job)) return;
     const idx_t upper_size = call.upper->nvtxs;
