@@ -14,7 +14,8 @@ int64_t ooc_configure(char *path, ooc_state *state, int64_t msglvl);
 /* ---- factors in files ------------------------------------------------------------------------------------------------------------- */
 
 /* Files by number. lnz and unz hold the factors; the others, written only where files are kept, the index arrays that make a kept set
-   complete. */
+   complete: the row lists, for each side of the position map its source, destination and (with scaling) column tables, and the update
+   lists. Symmetric factors have no file of the upper side. */
 enum ooc_file_number : int64_t {
     ooc_file_lindx = 1,
     ooc_file_lnz = 2,

@@ -1,8 +1,10 @@
 /* The files of one matrix number: names, making, closing, removing. A name is the prefix, the process, a serial number of the process and
-   the file's number, so that no two sets ever meet. */
+   the file's number, so that no two sets ever meet. The index arrays are those of the analysis: the first kept set has their files, under
+   its serial number, and further sets only lnz and unz. */
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <initializer_list>
 
 #include "ooc/ooc_tree.h"
 #include "service/message_numbers.h"
@@ -14,45 +16,71 @@ constexpr int64_t name_size = 1100, most_attempts = 1000;
 constexpr platform_file no_file = -1;
 std::atomic<int64_t> serial_numbers{0};
 
-void name_file(const ooc_tree *tree, const ooc_file_set *set, int64_t number, char *name)
+void name_file(const ooc_tree *tree, int64_t serial, int64_t number, char *name)
 {
     (void)std::snprintf(name, name_size, "%s.%lld.%lld.%02lld", tree->path, static_cast<long long>(platform_process_id()),
-                        static_cast<long long>(set->serial), static_cast<long long>(number));
+                        static_cast<long long>(serial), static_cast<long long>(number));
 }
 
-int32_t create_file(const ooc_tree *tree, const ooc_file_set *set, int64_t number, platform_file *file)
+int32_t create_file(const ooc_tree *tree, int64_t serial, int64_t number, platform_file *file)
 {
     char name[name_size];
-    name_file(tree, set, number, name);
+    name_file(tree, serial, number, name);
     return platform_file_create(name, file);
 }
 
-void remove_name(const ooc_tree *tree, const ooc_file_set *set, int64_t number)
+int32_t open_named(const ooc_tree *tree, int64_t serial, int64_t number, platform_file *file)
 {
     char name[name_size];
-    name_file(tree, set, number, name);
+    name_file(tree, serial, number, name);
+    return platform_file_open(name, file);
+}
+
+void remove_name(const ooc_tree *tree, int64_t serial, int64_t number)
+{
+    char name[name_size];
+    name_file(tree, serial, number, name);
     (void)platform_file_remove(name);
 }
 
-/* A name that exists belongs to somebody else, a dead process perhaps: take the next serial number. */
+/* A set made anew takes its old serial number. A name that exists belongs to somebody else, a dead process perhaps: take the next one. */
 int32_t create_first(const ooc_tree *tree, ooc_file_set *set)
 {
-    int32_t error = EEXIST;
+    int32_t error = set->serial == 0 ? EEXIST : create_file(tree, set->serial, ooc_file_lnz, &set->file[0]);
     for (int64_t attempt = 0; error == EEXIST && attempt < most_attempts; ++attempt) {
         set->serial = ++serial_numbers;
-        error = create_file(tree, set, ooc_file_lnz, &set->file[0]);
+        error = create_file(tree, set->serial, ooc_file_lnz, &set->file[0]);
     }
     return error;
 }
 
-int32_t write_index(const ooc_tree *tree, const ooc_file_set *set, int64_t number, const ooc_index_array &array)
+int32_t write_index(const ooc_tree *tree, int64_t number, const ooc_index_array &array)
 {
     platform_file file = no_file;
-    int32_t error = create_file(tree, set, number, &file);
+    int32_t error = create_file(tree, tree->index_serial, number, &file);
     if (error != 0) return error;
     error = platform_file_write(file, 0, array.data, 8 * array.words);
     const int32_t closing = platform_file_close(file);
     return error != 0 ? error : closing;
+}
+
+/* The files of the index arrays, once for an analysis. */
+int32_t create_index_files(ooc_tree *tree, const ooc_request *request, const ooc_file_set *set)
+{
+    if (tree->index_serial != 0) return 0;
+    tree->index_serial = set->serial;
+    int32_t error = 0;
+    for (int64_t number = 1; number <= ooc_file_count && error == 0; ++number) {
+        const ooc_index_array &array = request->index[number - 1];
+        if (number != ooc_file_lnz && number != ooc_file_unz && array.data != nullptr) error = write_index(tree, number, array);
+    }
+    if (error != 0) ooc_remove_index_files(tree);
+    return error;
+}
+
+void remove_factor_names(const ooc_tree *tree, const ooc_file_set *set)
+{
+    for (const ooc_file_number number : {ooc_file_lnz, ooc_file_unz}) remove_name(tree, set->serial, number);
 }
 
 void close_quietly(ooc_file_set *set)
@@ -64,13 +92,6 @@ void close_quietly(ooc_file_set *set)
     set->open = false;
 }
 
-int32_t open_named(const ooc_tree *tree, const ooc_file_set *set, int64_t number, platform_file *file)
-{
-    char name[name_size];
-    name_file(tree, set, number, name);
-    return platform_file_open(name, file);
-}
-
 } // namespace
 
 int32_t ooc_create_files(ooc_tree *tree, const ooc_request *request, ooc_file_set *set)
@@ -80,14 +101,11 @@ int32_t ooc_create_files(ooc_tree *tree, const ooc_request *request, ooc_file_se
     int32_t error = create_first(tree, set);
     if (error != 0) return error;
     set->exists = set->open = set->linked = true;
-    if (tree->sides == 2) error = create_file(tree, set, ooc_file_unz, &set->file[1]);
-    for (int64_t number = 1; number <= ooc_file_count && keep && error == 0; ++number) {
-        const ooc_index_array &array = request->index[number - 1];
-        if (number != ooc_file_lnz && number != ooc_file_unz && array.data != nullptr) error = write_index(tree, set, number, array);
-    }
+    if (tree->sides == 2) error = create_file(tree, set->serial, ooc_file_unz, &set->file[1]);
+    if (error == 0 && keep) error = create_index_files(tree, request, set);
     if (error == 0 && keep) return 0;
     /* the names go early: the system takes the files back when the process ends, in whatever way */
-    for (int64_t number = 1; number <= ooc_file_count; ++number) remove_name(tree, set, number);
+    remove_factor_names(tree, set);
     set->linked = false;
     if (error != 0) {
         close_quietly(set);
@@ -102,7 +120,7 @@ int32_t ooc_reopen_files(const ooc_tree *tree, const ooc_request *request, ooc_f
     set->file[0] = set->file[1] = no_file;
     platform_file lindx = no_file;
     *message = messages[0];
-    int32_t error = open_named(tree, set, ooc_file_lindx, &lindx);
+    int32_t error = open_named(tree, tree->index_serial, ooc_file_lindx, &lindx);
     if (error != 0) return error;
     int64_t size = 0;
     error = platform_file_size(lindx, &size);
@@ -110,7 +128,7 @@ int32_t ooc_reopen_files(const ooc_tree *tree, const ooc_request *request, ooc_f
     if (error == 0 && size != 8 * request->index[ooc_file_lindx - 1].words) error = EIO;
     for (int64_t k = 0; k < tree->sides && error == 0; ++k) {
         *message = messages[k + 1];
-        error = open_named(tree, set, ooc_file_lnz + k, &set->file[k]);
+        error = open_named(tree, set->serial, ooc_file_lnz + k, &set->file[k]);
     }
     if (error != 0)
         close_quietly(set);
@@ -147,6 +165,13 @@ void ooc_remove_files(const ooc_tree *tree, ooc_file_set *set, bool keep)
 {
     if (!set->exists) return;
     if (set->open) close_quietly(set);
-    for (int64_t number = 1; number <= ooc_file_count && set->linked && !keep; ++number) remove_name(tree, set, number);
+    if (set->linked && !keep) remove_factor_names(tree, set);
     set->exists = set->linked = false;
+}
+
+void ooc_remove_index_files(ooc_tree *tree)
+{
+    for (int64_t number = 1; number <= ooc_file_count && tree->index_serial != 0; ++number)
+        if (number != ooc_file_lnz && number != ooc_file_unz) remove_name(tree, tree->index_serial, number);
+    tree->index_serial = 0;
 }

@@ -227,10 +227,14 @@ void ooc_delete(ooc_state *state, int64_t matrix_number)
     ooc_tree *tree = state->tree_link;
     if (tree == nullptr) return;
     const bool keep = state->files_open == 0;
-    for (int64_t i = 0; i < tree->set_count; ++i)
+    bool factors = false;
+    for (int64_t i = 0; i < tree->set_count; ++i) {
+        factors = factors || tree->sets[i].exists;
         if (matrix_number == 0 || matrix_number == i + 1) ooc_remove_files(tree, &tree->sets[i], keep);
+    }
     if (matrix_number == tree->warm_number) tree->warm_number = 0;
     if (matrix_number != 0) return;
+    if (!keep || !factors) ooc_remove_index_files(tree); /* index arrays without factors are of no use */
     free_tree(tree);
     state->tree_link = nullptr;
 }

@@ -65,6 +65,7 @@ struct ooc_tree {
     ooc_side side[2];
     ooc_file_set *sets;
     int64_t set_count;
+    int64_t index_serial; /* part of the names of the index arrays' files; 0: there are none */
     ooc_file_set *current;
     ooc_purpose purpose;
     int64_t warm_number; /* matrix number whose pages the windows hold, 0 none */
@@ -105,8 +106,8 @@ void ooc_flush(ooc_tree *tree);
 void ooc_record_fault(ooc_tree *tree, int32_t message, int32_t error);
 
 /* ---- files (ooc_files.cpp); return the system's error number, 0 when all went well ---- */
-/* Make the files of a set new and open them. Where they are not to be kept their names go at once; where they are, the files of the index
-   arrays are written as well. */
+/* Make the files of a set new and open them. Where they are not to be kept their names go at once; where they are, the first set writes
+   the files of the index arrays as well. */
 int32_t ooc_create_files(ooc_tree *tree, const ooc_request *request, ooc_file_set *set);
 /* Kept files, by their names, for a solve; *message names the file that failed. */
 int32_t ooc_reopen_files(const ooc_tree *tree, const ooc_request *request, ooc_file_set *set, int32_t *message);
@@ -114,3 +115,4 @@ int32_t ooc_reopen_files(const ooc_tree *tree, const ooc_request *request, ooc_f
 bool ooc_files_complete(const ooc_tree *tree, const ooc_file_set *set);
 int32_t ooc_close_files(const ooc_tree *tree, ooc_file_set *set, int32_t *message);
 void ooc_remove_files(const ooc_tree *tree, ooc_file_set *set, bool keep);
+void ooc_remove_index_files(ooc_tree *tree);

@@ -50,18 +50,21 @@ void account(solver_state *state, int64_t bytes)
     service_flush_output();
 }
 
-/* Give block words words; an array that is there already is grown and keeps its contents. It never shrinks. */
-void give(planner *plan, array_block *block, int64_t words)
+/* Give block words words, of which the first `used` take memory; an array that is there already is grown and keeps its contents. Neither
+   figure ever shrinks. */
+void give(planner *plan, array_block *block, int64_t words, int64_t used)
 {
-    const int64_t old = block->data == nullptr ? 0 : block->count;
-    if (plan->failed || words <= old) return;
+    const int64_t old = block->data == nullptr ? 0 : block->count, held = old - block->absent;
+    if (plan->failed || (words <= old && used <= held)) return;
+    words = larger(words, old);
+    used = larger(used, held);
     if (plan->count_only) {
         plan->state->memory_count_only = sum(plan->state->memory_count_only, 8 * (words - old));
         return;
     }
     void *data = nullptr;
     if (words < largest_words) {
-        const uint64_t bytes = 8 * static_cast<uint64_t>(words);
+        const uint64_t bytes = 8 * static_cast<uint64_t>(used);
         data = old == 0 ? service_alloc_direct(bytes, 128) : service_realloc(block->data, bytes);
     }
     if (data == nullptr) {
@@ -70,12 +73,18 @@ void give(planner *plan, array_block *block, int64_t words)
     }
     block->data = data;
     block->count = words;
+    block->absent = words - used;
     account(plan->state, 8 * (words - old));
+}
+
+void give(planner *plan, array_block *block, int64_t words)
+{
+    give(plan, block, words, words);
 }
 
 void give(planner *plan, array_number number, int64_t words)
 {
-    give(plan, plan->state->array[number], words);
+    give(plan, plan->state->array[number], words, words);
 }
 
 /* Words that hold entries reals of the handle's precision. */
@@ -101,9 +110,9 @@ void plan_reordering(planner *plan)
     }
     give(plan, array_domain_table, s->ordering_slack + 1);
     for (const array_number number : {array_parent, array_colcnt}) give(plan, number, n + 1);
-    give(plan, array_ordering_lists, s->ordering_lists_size + 1);
+    give(plan, s->array[array_ordering_lists], s->ordering_lists_size + 1, s->ordering_lists_used + 1);
     for (const array_number number : {array_scratch_a, array_separator_tail, array_scratch_b}) give(plan, number, n + 1);
-    give(plan, array_ordering_work, s->ordering_work_size + 1);
+    give(plan, s->array[array_ordering_work], s->ordering_work_size + 1, s->ordering_work_used + 1);
     give(plan, array_xadj, n + 1);
     give(plan, array_adj, larger(sum(n, s->adjacency_size) + 1, 2 * s->nnz_a + 1));
 }

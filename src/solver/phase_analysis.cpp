@@ -84,11 +84,12 @@ bool compress_matched_pairs(solver_call *call, compressed_order *pairs)
     return true;
 }
 
-/* Lists and workspace of the ordering. The adjacency may hold two entries more a row than the told size, for rows without a diagonal. */
-void size_ordering(solver_call *call)
+/* Workspace of the ordering for that many threads. The adjacency may hold two entries more a row than the told size, for rows without a
+   diagonal. */
+int64_t ordering_work_words(const solver_call *call, int64_t threads)
 {
-    control_block *control = call->control;
-    const int64_t n = call->neqns, threads = ordering_threads(call), adjacency = control->adjacency_size + 2 * n;
+    const control_block *control = call->control;
+    const int64_t n = call->neqns, adjacency = control->adjacency_size + 2 * n;
     const bool partitions = control->preprocessing == 2 || control->preprocessing == 3;
     const bool small = (partitions && control->symmetric_structure == 1) || (control->perm_mode == 1 && call->matrix_type < 11);
     const int64_t copy = small ? 0 : adjacency;
@@ -97,11 +98,25 @@ void size_ordering(solver_call *call)
     size = larger(size, 3 * n + 3 + copy);
     size = larger(size, n * (threads + 1) + copy);
     if (control->symmetric_structure != 1) size = larger(size, call->nnz + 2 * n + 1); /* transpose of the pattern */
-    control->ordering_work_size = size;
-    call->state->ordering_work_size = size;
-    call->state->ordering_lists_size = (2 * threads + 3) * n + 5;
-    call->state->ordering_slack = control->ordering_slack;
-    call->state->domains = control->domains;
+    return size;
+}
+
+int64_t ordering_lists_words(const solver_call *call, int64_t threads)
+{
+    return (2 * threads + 3) * call->neqns + 5;
+}
+
+/* Counted for the domains' threads, taken for those that there are. */
+void size_ordering(solver_call *call)
+{
+    solver_state *state = call->state;
+    const int64_t counted = ordering_threads(call), used = call->control->nproc;
+    call->control->ordering_work_size = state->ordering_work_size = ordering_work_words(call, counted);
+    state->ordering_lists_size = ordering_lists_words(call, counted);
+    state->ordering_work_used = ordering_work_words(call, used < counted ? used : counted);
+    state->ordering_lists_used = ordering_lists_words(call, used < counted ? used : counted);
+    state->ordering_slack = call->control->ordering_slack;
+    state->domains = call->control->domains;
 }
 
 void take_pairs(solver_call *call, const compressed_order *pairs)
@@ -213,6 +228,7 @@ void estimate_memory(solver_call *call)
     const int64_t diagonal_words = ((call->neqns + 1) * call->element_words * call->real_bytes + 7) / 8; /* two stores */
     state->memory_count_only = state->memory_current + 2 * 8 * diagonal_words;
     release_analysis_arrays(1, state);
+    release_update_lists(1, state);
     memory_plan(memory_ooc_tree, 1, state);
     memory_plan(memory_ooc_arrays, 1, state);
     memory_plan(memory_factors, 1, state);

@@ -110,6 +110,7 @@ int64_t bytes_beside_windows(solver_call *call)
     solver_state *state = call->state;
     state->ooc_buffer_l = state->ooc_buffer_u = state->ooc_buffer_v = 0;
     state->memory_count_only = state->memory_current;
+    release_update_lists(1, state);
     solve_sizes(state, ido_solve, call->nb);
     for (const memory_stage stage : {memory_ooc_arrays, memory_factors, memory_numeric_work, memory_refinement_work}) {
         memory_plan(stage, 1, state);
@@ -117,7 +118,8 @@ int64_t bytes_beside_windows(solver_call *call)
     return state->memory_count_only;
 }
 
-/* The file layer's arrays, once for an analysis, in place of those that are not needed any more. */
+/* The file layer's arrays, once for an analysis, in place of those that are not needed any more. The update lists go when they have been
+   written to the files that are kept. */
 bool prepare_files(solver_call *call)
 {
     solver_state *state = call->state;
@@ -136,6 +138,7 @@ bool prepare_files(solver_call *call)
     }
     if (call->control->internal_code == code_memory) return out_of_memory(call, memory_ooc_tree, 0);
     state->ooc_prepared = 1;
+    release_update_lists(0, state);
     memory_plan(memory_ooc_arrays, 0, state);
     return state->memory_error_stage == 0 || plan_failed(call);
 }

@@ -13,7 +13,7 @@ void release(array_block *block, bool count_only, solver_state *state)
     }
     service_free_direct(block->data);
     block->data = nullptr;
-    block->count = 0;
+    block->count = block->absent = 0;
     state->memory_current -= bytes;
 }
 
@@ -44,10 +44,16 @@ void release_work_arrays(bool count_only, solver_state *state)
 
 void release_analysis_arrays(int64_t count_only, solver_state *state)
 {
-    constexpr array_number only_analysis[] = {
-        array_parent, array_colcnt,        array_ordering_lists, array_scratch_a, array_separator_tail, array_scratch_b, array_xadj,
-        array_adj,    array_ordering_work, array_list_source,    array_list_rows, array_ready_source,   array_ready_rows};
+    constexpr array_number only_analysis[] = {array_parent,         array_colcnt,       array_ordering_lists, array_scratch_a,
+                                              array_separator_tail, array_scratch_b,    array_xadj,           array_adj,
+                                              array_ordering_work,  array_ready_source, array_ready_rows};
     for (const array_number number : only_analysis) release(state->array[number], count_only != 0, state);
+}
+
+void release_update_lists(int64_t count_only, solver_state *state)
+{
+    release(state->array[array_list_source], count_only != 0, state);
+    release(state->array[array_list_rows], count_only != 0, state);
 }
 
 void release_arrays(int64_t mode, int64_t count_only, solver_state *state)

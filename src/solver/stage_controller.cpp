@@ -45,8 +45,8 @@ void order(solver_call *call)
     arrays.scratch_a = words(s, array_scratch_a);
     arrays.scratch_b = words(s, array_scratch_b);
     arrays.matching_order = words(s, array_matching_order);
-    arrays.ordering_lists_size = s->ordering_lists_size;
-    arrays.ordering_work_size = s->ordering_work_size;
+    arrays.ordering_lists_size = s->ordering_lists_used;
+    arrays.ordering_work_size = s->ordering_work_used;
     arrays.ordering_slack = s->ordering_slack;
     control_block *control = call->control;
     control->internal_code = reorder_step(control, &control->times, call->work_ia, call->work_ja, call->work_perm, &arrays);

@@ -72,8 +72,8 @@ static_assert(sizeof(ooc_transfer_stats) == 129 * sizeof(int64_t));
 /* Header of one work array: count in 8-byte words. */
 struct array_block {
     int64_t count;
-    int64_t reserved;
-    void *data; /* null until the array exists */
+    int64_t absent; /* words of count that no thread of this run would use: they count, and take no memory */
+    void *data;     /* null until the array exists */
 };
 
 /* What each numbered work array holds. n equations, S supernodes, P domains, F factorizations kept, T threads. */
@@ -166,9 +166,10 @@ struct solver_state {
         solve_work_a, solve_work_b, nb, refinement_steps;
     array_block **scale_table_row, **scale_table_col; /* [max_fac_store] diagonal store of each factorization */
     array_block *scale_current_row, *scale_current_col;
-    factor_record *factor_table;        /* [max_fac_store] what each stored factorization was made with */
-    void *table_block;                  /* owns the tables above and their headers */
-    int64_t table_capacity;             /* factorizations the tables have room for, >= max_fac_store */
-    int64_t analysed;                   /* 1 from the end of an analysis to the start of the next */
-    int64_t map_length_l, map_length_u; /* lengths of the position map */
+    factor_record *factor_table;                     /* [max_fac_store] what each stored factorization was made with */
+    void *table_block;                               /* owns the tables above and their headers */
+    int64_t table_capacity;                          /* factorizations the tables have room for, >= max_fac_store */
+    int64_t analysed;                                /* 1 from the end of an analysis to the start of the next */
+    int64_t map_length_l, map_length_u;              /* lengths of the position map */
+    int64_t ordering_lists_used, ordering_work_used; /* words of the planned sizes that this run's threads use */
 };

@@ -1,4 +1,5 @@
 /* Whole solver sessions with the factors in files. */
+#include <array>
 #include <cmath>
 #include <csignal>
 #include <cstdlib>
@@ -175,7 +176,7 @@ TEST(out_of_core, kept_factorizations_share_the_windows)
         s.matrix_number = static_cast<int64_t>(k) + 1;
         ASSERT_EQ(s.call(22), 0);
     }
-    for (const size_t k : {1, 0, 2, 0}) {
+    for (const size_t k : {1u, 0u, 2u, 0u}) {
         s.values = values[k];
         s.load();
         s.matrix_number = static_cast<int64_t>(k) + 1;
@@ -190,23 +191,31 @@ TEST(out_of_core, kept_factorizations_share_the_windows)
 
 TEST(out_of_core, kept_files_stay_complete_private_and_apart)
 {
-    const ooc_folder folder("2000", "0");
-    {
-        session one, other;
-        prepare(&one, 11, 40, 2, 2, 0);
-        prepare(&other, 2, 40, 2, 2, 0);
-        ASSERT_EQ(one.call(13), 0);
-        ASSERT_EQ(other.call(13), 0);
-        EXPECT_LT(backward_error(&one, one.unpack(one.x)), 1e-13);
-        EXPECT_EQ(one.call(33), 0);
-        EXPECT_LT(backward_error(&one, one.unpack(one.x)), 1e-13);
-    }
-    /* lindx, lnz, unz and four tables of the map; without unz and its tables for the symmetric one */
-    EXPECT_EQ(folder.files(), 7 + 4);
-    for (const auto &entry : std::filesystem::directory_iterator(folder.folder)) {
-        struct stat status;
-        ASSERT_EQ(lstat(entry.path().c_str(), &status), 0);
-        EXPECT_EQ(status.st_mode & 0777, 0600u) << entry.path();
+    /* lindx, lnz, two tables of the map and the two update lists; unz and its tables; with scaling the columns of both sides */
+    for (const auto &[type, scaling, files] : {std::array<int64_t, 3>{2, 0, 6}, {11, 0, 9}, {13, 1, 11}}) {
+        const ooc_folder folder("2000", "0");
+        {
+            session s, other;
+            for (session *one : {&s, &other}) {
+                prepare(one, type, 40, 2, 2, 0);
+                one->parameter(iparam_scaling) = one->parameter(iparam_matching) = scaling;
+                one->max_fac_store = 2;
+                ASSERT_EQ(one->call(13), 0);
+            }
+            EXPECT_EQ(folder.files(), 2 * files) << type;
+            for (const int64_t number : {2, 1}) { /* a further set, and one made anew */
+                s.matrix_number = number;
+                ASSERT_EQ(s.call(22), 0);
+                ASSERT_EQ(s.call(33), 0);
+                EXPECT_LT(backward_error(&s, s.unpack(s.x)), 1e-13);
+            }
+        }
+        EXPECT_EQ(folder.files(), 2 * files + (type == 2 ? 1 : 2)) << type;
+        for (const auto &entry : std::filesystem::directory_iterator(folder.folder)) {
+            struct stat status;
+            ASSERT_EQ(lstat(entry.path().c_str(), &status), 0);
+            EXPECT_TRUE((status.st_mode & 0777) == 0600u && status.st_size > 0) << entry.path();
+        }
     }
 }
 
