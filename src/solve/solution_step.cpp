@@ -1,6 +1,8 @@
 /* One application of the factors: gather the right-hand sides into working vectors, sweep, scatter the result. */
 #include "solve/solve_internal.h"
 
+#include <algorithm>
+
 #include "service/service.h"
 
 static factor_kind kind_of(int64_t matrix_type, bool *hermitian)
@@ -138,15 +140,16 @@ static bool domains_chain(const supernodal_structure *s)
 
 /* Below this order a second thread costs more than it brings. */
 static constexpr int64_t parallel_single_least_order = 500;
+static constexpr int64_t most_single_threads = 32;
 
 template <typename value_t>
 static int64_t single_vector_threads(const solve_input<value_t> *in, const sweep<value_t> *w)
 {
     const supernodal_structure &s = *in->structure;
     int64_t threads = in->threads < s.domains ? in->threads : s.domains;
-    if (threads > 32) threads = 32;
-    const bool usable = threads >= 2 && s.domains <= 32 && s.neqns >= parallel_single_least_order && in->reproducible_units == 0 &&
-                        in->iparam25_copy != 1 && w->window.allows_domains && domains_chain(&s);
+    if (threads > most_single_threads) threads = most_single_threads;
+    const bool usable = threads >= 2 && s.domains <= most_single_threads && s.neqns >= parallel_single_least_order &&
+                        in->reproducible_units == 0 && in->iparam25_copy != 1 && w->window.allows_domains && domains_chain(&s);
     return usable ? threads : 1;
 }
 
@@ -217,7 +220,7 @@ static bool solve_one(const solve_input<value_t> *in, const sweep<value_t> *w, i
 int64_t solve_work_entries(const supernodal_structure *s, int64_t nb, int64_t threads)
 {
     const int64_t team = threads < 1 ? 1 : threads, n = s->neqns;
-    if (nb <= 1) return team > 1 ? (team + 1) * (n + 1) : n + 1;
+    if (nb <= 1) return team > 1 ? (std::min(team, most_single_threads) + 1) * (n + 1) : n + 1;
     const int64_t parts = team < nb ? team : nb;
     return parts * panel_entries(n, panel_width(nb, parts));
 }

@@ -153,7 +153,7 @@ void plan_parallel_data(planner *plan)
     give(plan, array_list_count, sequential ? 1 : supernodes + 2);
     const int64_t lists = s->two_level != 0 ? sum(product(s->domains + 1, supernodes), 1) : supernodes + 2;
     give(plan, array_list_start, sequential ? 1 : lists);
-    give(plan, array_thread_rows, sum(supernodes + 1, product(2 * threads + 1, n)));
+    give(plan, array_thread_rows, sum(supernodes + 1, product(sum(product(2, threads), 1), n)));
     const int64_t entries = sequential ? 1 : larger(s->lindx_size, s->task_count) + 1;
     give(plan, array_list_source, entries);
     give(plan, array_list_rows, entries);
@@ -220,7 +220,7 @@ void plan_refinement(planner *plan)
     const solver_state *s = plan->state;
     const int64_t nb = larger(s->nb, 0);
     const int64_t blocks = s->refinement_steps >= 0 ? 2 : s->symmetric_structure == 1 ? 5 : 4;
-    const int64_t told = product(sum(product(blocks, s->neqns), 2 * s->nproc), nb);
+    const int64_t told = product(sum(product(blocks, s->neqns), product(2, s->nproc)), nb);
     const int64_t needed = refinement_work_entries(s->neqns, nb, s->refinement_steps);
     give(plan, array_solve_work, sum(real_words(s, product(larger(told, needed), s->element_words)), 1));
 }
@@ -258,7 +258,7 @@ void solve_sizes(solver_state *state, int64_t ido_internal, int64_t nb)
     const int64_t team = larger(threads, control->reproducible_units);
     state->solve_work_a = larger(state->solve_work_a, product(solve_work_entries(&structure, columns, team), e));
     if (control->cg_mode == 0) return;
-    const int64_t told = product(sum(5 * control->neqns + 9, 2 * threads), columns);
+    const int64_t told = product(sum(5 * control->neqns + 9, product(2, threads)), columns);
     state->control->hybrid_work_words = hybrid_work_entries(control->neqns, columns, control->cg_mode);
     state->solve_work_b = product(larger(told, state->control->hybrid_work_words), e);
 }

@@ -47,8 +47,8 @@ bool lacks_diagonal(const solver_call *call, int64_t i, int64_t base)
 {
     const int64_t start = call->ia[i] - base;
     const bool empty = call->ia[i] == call->ia[i + 1];
-    if (needs_full_diagonal(call->matrix_type)) return empty || call->ja[start] - base != i;
-    return !empty && call->ja[start] - base > i;
+    if (needs_full_diagonal(call->matrix_type)) return empty || call->ja[start] != i + base;
+    return !empty && call->ja[start] > i + base;
 }
 
 /* List the rows without a leading diagonal entry, with their count in front. */

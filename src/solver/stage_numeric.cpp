@@ -61,7 +61,7 @@ void open_run(solver_call *call, int64_t ido_internal, numeric_run<value_t> *run
     const int64_t cg_mode = call->control->cg_mode;
     run->call = call;
     run->ido_internal = ido_internal;
-    run->want_hybrid = cg_mode != 0;
+    run->want_hybrid = cg_mode != 0 && call->nb > 0;
     if (cg_mode < 0) call->control->cgs_max_iterations = budget_cap_no_factor;
     run->budget = call->control->cgs_max_iterations;
     run->structure = state_structure(s);
