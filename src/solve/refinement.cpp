@@ -2,6 +2,7 @@
    L the correction (the residual with overwrite_rhs 1 stands in x); then, for the extended form, L extended entries of solution and the
    scratch of the residual, 16-byte aligned. */
 #include <cmath>
+#include <cstdlib>
 
 #include "solve/solve_internal.h"
 
@@ -105,7 +106,7 @@ int64_t refine_solution(const solve_input<value_t> *solve, const residual_matrix
     start_run(solve, matrix, request < 0, work, &run);
     const double sum_x = sum_of_moduli(run.count, run.solution);
     const bool relative = sum_rhs != 0 && sum_x != 0;
-    const int64_t limit = request < 0 ? -request : request;
+    const int64_t limit = request == INT64_MIN ? INT64_MAX : std::abs(request);
     double previous = sum_rhs;
     bool contracted = true, more = true;
     *result = {};

@@ -24,7 +24,7 @@ int64_t check_rows(int64_t n, const value_t *a, const int64_t *ia, int64_t *posi
 {
     *positive = *negative = 0;
     for (int64_t i = 0; i < n; ++i) {
-        if (ia[i + 1] != ia[i] + 1) return i + 1;
+        if (static_cast<uint64_t>(ia[i + 1]) - static_cast<uint64_t>(ia[i]) != 1) return i + 1;
         if (is_zero(a[i])) return -(i + 1);
         if constexpr (std::is_floating_point_v<value_t>) ++*(a[i] > 0 ? positive : negative);
     }
