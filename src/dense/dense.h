@@ -175,3 +175,36 @@ void kernel_panel_forward(int64_t q, int64_t w, const value_t *panel, int64_t ld
 /* Backward step: x[j] -= sum over i of panel(i, j) * vector[row[i] - 1]; the panel is conjugated for mirror::hermitian. */
 template <typename value_t, mirror kind>
 void kernel_panel_backward(int64_t q, int64_t w, const value_t *panel, int64_t ld, const int64_t *row, const value_t *vector, value_t *x);
+
+/* ---- several vectors, interleaved: entry i of vector k at x[i * stride + k] ---- */
+
+/* Entries that a row of interleaved vectors is a multiple of; the filling takes part in the arithmetic and means nothing. */
+template <typename value_t>
+inline constexpr int64_t interleaved_lanes = 32 / static_cast<int64_t>(sizeof(value_t));
+
+/* What is read of a diagonal block; the upper triangle has its diagonal. */
+enum class block_triangle : int32_t { lower, lower_unit, upper };
+
+/* One supernode and its vectors. */
+template <typename value_t>
+struct interleaved_block {
+    block_triangle triangle;
+    mirror kind; /* backward: lower triangle and panel are transposed, and conjugated for mirror::hermitian */
+    int64_t columns, below;
+    const value_t *diagonal; /* columns by columns */
+    int64_t diagonal_ld;
+    const value_t *panel; /* below by columns */
+    int64_t panel_ld;
+    const int64_t *row; /* [below] */
+    int64_t stride;     /* multiple of interleaved_lanes */
+    value_t *own;       /* [columns * stride] */
+    value_t *vectors;   /* row i of the panel belongs to the row of vectors at vectors + row[i] * stride */
+};
+
+/* own = inverse(l) own, for an upper triangle inverse(u') own; then vectors -= panel * own. */
+template <typename value_t>
+void kernel_interleaved_forward(const interleaved_block<value_t> *block);
+
+/* own -= panel' * vectors; then own = inverse(l') own, for an upper triangle inverse(u) own. */
+template <typename value_t>
+void kernel_interleaved_backward(const interleaved_block<value_t> *block);

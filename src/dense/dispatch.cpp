@@ -159,6 +159,18 @@ void kernel_panel_backward(int64_t q, int64_t w, const value_t *panel, int64_t l
     dense_table<value_t>()->panel_backward(kind, q, w, panel, ld, row, vector, x);
 }
 
+template <typename value_t>
+void kernel_interleaved_forward(const interleaved_block<value_t> *block)
+{
+    dense_table<value_t>()->interleaved_forward(block);
+}
+
+template <typename value_t>
+void kernel_interleaved_backward(const interleaved_block<value_t> *block)
+{
+    dense_table<value_t>()->interleaved_backward(block);
+}
+
 #define INSTANTIATE_MIRROR(V, kind)                                                                                                        \
     template decltype(kernel_update<V, kind>) kernel_update<V, kind>;                                                                      \
     template decltype(kernel_update_scatter<V, kind>) kernel_update_scatter<V, kind>;                                                      \
@@ -174,6 +186,8 @@ void kernel_panel_backward(int64_t q, int64_t w, const value_t *panel, int64_t l
     template decltype(kernel_getrf<V>) kernel_getrf<V>;                                                                                    \
     template decltype(kernel_solve_lower<V>) kernel_solve_lower<V>;                                                                        \
     template decltype(kernel_panel_forward<V>) kernel_panel_forward<V>;                                                                    \
+    template decltype(kernel_interleaved_forward<V>) kernel_interleaved_forward<V>;                                                        \
+    template decltype(kernel_interleaved_backward<V>) kernel_interleaved_backward<V>;                                                      \
     INSTANTIATE_MIRROR(V, mirror::symmetric)                                                                                               \
     INSTANTIATE_MIRROR(V, mirror::hermitian)
 INSTANTIATE(double)

@@ -46,8 +46,8 @@ static void forward_level(const sweep<value_t> *w, const level_nodes &level, int
             const int64_t first = s.domain_table[2 * level.at[k] - 2], last = s.domain_table[2 * level.at[k] - 1];
             if (first > last) continue;
             const int64_t last_row = s.xsuper[last] - 1;
-            for (int64_t number = first; number <= last && complete->load(std::memory_order_relaxed); ++number)
-                if (!forward_supernode(w, number, x, last_row, own)) complete->store(false, std::memory_order_relaxed);
+            if (!complete->load(std::memory_order_relaxed)) continue;
+            if (!forward_supernodes(w, first, last, x, last_row, own)) complete->store(false, std::memory_order_relaxed);
         }
     }
     for (int64_t t = 0; t < team; ++t) {
@@ -65,8 +65,8 @@ static void backward_level(const sweep<value_t> *w, const level_nodes &level, in
     for (int64_t k = level.count - 1; k >= 0; --k) {
         const int64_t first = s.domain_table[2 * level.at[k] - 2], last = s.domain_table[2 * level.at[k] - 1];
         const int64_t stop = first > w->window.backward_last_supernode ? first : w->window.backward_last_supernode;
-        for (int64_t number = last; number >= stop && complete->load(std::memory_order_relaxed); --number)
-            if (!backward_supernode(w, number, x)) complete->store(false, std::memory_order_relaxed);
+        if (!complete->load(std::memory_order_relaxed)) continue;
+        if (!backward_supernodes(w, stop, last, x)) complete->store(false, std::memory_order_relaxed);
     }
 }
 

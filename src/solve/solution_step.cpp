@@ -46,20 +46,20 @@ static void choose_transfers(const solve_input<value_t> *in, sweep<value_t> *w)
     if (column_used && scaled) column_side->scale = in->scale_col;
 }
 
-/* Rows that several vectors bring or take at a time: their interleaved entries stay in the first cache. */
+/* Rows that vectors bring or take at a time: where they come from or go to, from 0, and their factors. The interleaved entries of so many
+   rows, and those of the caller's vectors, stay in the first cache. */
 static constexpr int64_t transfer_rows = 64;
-
-/* Where the rows of one such block come from or go to, from 0, and their factors. */
 template <typename value_t>
 struct transfer_block {
+    int64_t count;
     int64_t index[transfer_rows];
     real_of<value_t> factor[transfer_rows];
 };
 
 template <typename value_t>
-static void look_up_rows(const transfer_rule &rule, int64_t start, int64_t count, transfer_block<value_t> *block)
+static void look_up_rows(const transfer_rule &rule, int64_t start, transfer_block<value_t> *block)
 {
-    for (int64_t i = 0; i < count; ++i) {
+    for (int64_t i = 0; i < block->count; ++i) {
         const int64_t column = rule.perm[start + i - 1];
         block->index[i] = (rule.row_order == nullptr ? column : rule.row_order[column - 1]) - 1;
         if (rule.scale == nullptr) continue;
@@ -68,55 +68,66 @@ static void look_up_rows(const transfer_rule &rule, int64_t start, int64_t count
     }
 }
 
-/* to[to_index(i)] = scaled and conjugated from[from_index(i)] for the rows of a block; the common plain copy is a loop of its own. */
-template <typename value_t, typename from_t, typename to_t>
-static void transfer_rows_of(const transfer_rule &rule, int64_t count, const real_of<value_t> *factor, const from_t &from, const to_t &to)
+enum class direction { gather, scatter };
+
+/* Vectors k .. k + vectors - 1 for the rows of a block: entry i of vector k between inside[i * stride + k] and outside[k * n + index[i]].
+ */
+template <direction way, int64_t vectors, typename value_t>
+static inline void transfer_entries(const transfer_rule &rule, const transfer_block<value_t> &block, int64_t n, int64_t stride,
+                                    value_t *inside, value_t *outside)
 {
-    if (rule.scale == nullptr && !rule.conjugate) {
-        for (int64_t i = 0; i < count; ++i) to(i) = from(i);
-        return;
-    }
-    for (int64_t i = 0; i < count; ++i) {
-        const value_t value = rule.conjugate ? conjugated(from(i)) : from(i);
-        to(i) = rule.scale == nullptr ? value : value * factor[i];
+    const auto move = [&](const auto &changed) {
+        for (int64_t i = 0; i < block.count; ++i)
+            for (int64_t k = 0; k < vectors; ++k) {
+                value_t &in = inside[i * stride + k], &out = outside[k * n + block.index[i]];
+                if constexpr (way == direction::gather)
+                    in = changed(out, i);
+                else
+                    out = changed(in, i);
+            }
+    };
+    if (rule.scale == nullptr && !rule.conjugate)
+        move([](const value_t &v, int64_t) { return v; });
+    else if (rule.scale == nullptr)
+        move([](const value_t &v, int64_t) { return conjugated(v); });
+    else if (!rule.conjugate)
+        move([&](const value_t &v, int64_t i) { return v * block.factor[i]; });
+    else
+        move([&](const value_t &v, int64_t i) { return conjugated(v) * block.factor[i]; });
+}
+
+/* Entry i of vector k at x[i * stride + k], i = first_row..n; vector k of the caller's at outside + k * n. */
+template <direction way, typename value_t>
+static void transfer_vectors(const transfer_rule &rule, int64_t n, int64_t width, int64_t stride, value_t *x, value_t *outside)
+{
+    transfer_block<value_t> block;
+    for (int64_t start = rule.first_row; start <= n; start += transfer_rows) {
+        block.count = start + transfer_rows <= n + 1 ? transfer_rows : n + 1 - start;
+        look_up_rows(rule, start, &block);
+        value_t *const inside = x + start * stride;
+        int64_t k = 0;
+        for (; k + 4 <= width; k += 4) transfer_entries<way, 4>(rule, block, n, stride, inside + k, outside + k * n);
+        for (; k < width; ++k) transfer_entries<way, 1>(rule, block, n, stride, inside + k, outside + k * n);
+        if (way == direction::scatter || width == stride) continue;
+        for (int64_t i = 0; i < block.count; ++i)
+            for (k = width; k < stride; ++k) inside[i * stride + k] = value_t(0);
     }
 }
 
-/* Entry i of vector k at x[i * width + k], i = 1..n; vector k of the caller's at source + k * n. */
 template <typename value_t>
-static void gather_vectors(const sweep<value_t> *w, int64_t width, const value_t *source, value_t *x)
+static void gather_vectors(const solve_input<value_t> *in, const sweep<value_t> *w, int64_t first, int64_t width, int64_t stride,
+                           value_t *x)
 {
     const int64_t n = w->structure->neqns;
-    transfer_block<value_t> block;
-    for (int64_t start = w->gather.first_row; start <= n; start += transfer_rows) {
-        const int64_t count = start + transfer_rows <= n + 1 ? transfer_rows : n + 1 - start;
-        look_up_rows(w->gather, start, count, &block);
-        for (int64_t k = 0; k < width; ++k) {
-            const value_t *const from = source + k * n;
-            value_t *const to = x + start * width + k;
-            transfer_rows_of<value_t>(
-                w->gather, count, block.factor, [&](int64_t i) { return from[block.index[i]]; },
-                [&](int64_t i) -> value_t & { return to[i * width]; });
-        }
-    }
-    for (int64_t i = w->window.zero_from * width; i < (w->window.zero_to + 1) * width; ++i) x[i] = value_t(0);
+    transfer_vectors<direction::gather>(w->gather, n, width, stride, x, in->b + first * n);
+    for (int64_t i = w->window.zero_from * stride; i < (w->window.zero_to + 1) * stride; ++i) x[i] = value_t(0);
 }
 template <typename value_t>
-static void scatter_vectors(const sweep<value_t> *w, int64_t width, const value_t *x, value_t *target)
+static void scatter_vectors(const solve_input<value_t> *in, const sweep<value_t> *w, int64_t first, int64_t width, int64_t stride,
+                            value_t *x)
 {
     const int64_t n = w->structure->neqns;
-    transfer_block<value_t> block;
-    for (int64_t start = w->scatter.first_row; start <= n; start += transfer_rows) {
-        const int64_t count = start + transfer_rows <= n + 1 ? transfer_rows : n + 1 - start;
-        look_up_rows(w->scatter, start, count, &block);
-        for (int64_t k = 0; k < width; ++k) {
-            const value_t *const from = x + start * width + k;
-            value_t *const to = target + k * n;
-            transfer_rows_of<value_t>(
-                w->scatter, count, block.factor, [&](int64_t i) { return from[i * width]; },
-                [&](int64_t i) -> value_t & { return to[block.index[i]]; });
-        }
-    }
+    transfer_vectors<direction::scatter>(w->scatter, n, width, stride, x, (in->overwrite_rhs == 1 ? in->b : in->x) + first * n);
 }
 
 /* The leaf domains must follow each other without a gap, and the last must end at the last supernode or the separators begin after it. */
@@ -170,21 +181,29 @@ static int64_t several_vector_threads(const solve_input<value_t> *in)
     return threads < in->nb ? threads : in->nb;
 }
 
-/* Entries of one thread's work for a panel: the interleaved vectors with their unused column 0, and the scratch of the backward step. */
-static int64_t panel_entries(int64_t n, int64_t width)
+template <typename value_t>
+static bool solve_serial(const sweep<value_t> *w, value_t *x)
 {
-    return (n + 1 + gather_rows) * width;
+    const int64_t supernodes = w->structure->supernodes;
+    if (w->forward && !forward_supernodes(w, w->window.forward_first_supernode, supernodes, x, supernodes, x)) return false;
+    return (!w->diagonal && !w->backward) || backward_supernodes(w, w->window.backward_last_supernode, supernodes, x);
+}
+
+/* Entries of a row of interleaved vectors. */
+template <typename value_t>
+static constexpr int64_t row_stride(int64_t width)
+{
+    constexpr int64_t lanes = interleaved_lanes<value_t>;
+    return width == 1 ? 1 : (width + lanes - 1) / lanes * lanes;
 }
 
 template <typename value_t>
-static bool solve_panel(const solve_input<value_t> *in, const sweep<value_t> *w, int64_t first, int64_t width, value_t *x, void *dense)
+static bool solve_panel(const solve_input<value_t> *in, const sweep<value_t> *w, int64_t first, int64_t width, value_t *x)
 {
-    const int64_t n = in->structure->neqns;
-    value_t *const target = in->overwrite_rhs == 1 ? in->b : in->x;
-    gather_vectors(w, width, in->b + first * n, x);
-    const bool complete = width == 1 ? solve_single_serial(w, x + 1) : solve_several(w, width, x, x + (n + 1) * width, dense);
-    if (!complete) return false;
-    scatter_vectors(w, width, x, target + first * n);
+    const int64_t stride = row_stride<value_t>(width);
+    gather_vectors(in, w, first, width, stride, x);
+    if (!(width == 1 ? solve_serial(w, x + 1) : solve_several(w, stride, x))) return false;
+    scatter_vectors(in, w, first, width, stride, x);
     return true;
 }
 
@@ -193,27 +212,29 @@ static bool solve_panels(const solve_input<value_t> *in, const sweep<value_t> *w
 {
     const int64_t n = in->structure->neqns, threads = several_vector_threads(in), width = panel_width(in->nb, threads);
     const int64_t panels = (in->nb + width - 1) / width, team = panels < threads ? panels : threads;
-    bool complete = true;
-#pragma omp parallel for num_threads(static_cast <int>(team)) schedule(static, 1) reduction(&& : complete)
-    for (int64_t t = 0; t < team; ++t) {
-        void *const dense = width > 1 ? service_alloc(static_cast<uint64_t>(dense_work_size()), 64) : nullptr; /* null is allowed */
-        value_t *const own = work + t * panel_entries(n, width);
+    const auto share = [=](int64_t t) {
+        value_t *const own = work + t * (n + 1) * row_stride<value_t>(width);
+        bool complete = true;
         for (int64_t panel = t; panel < panels && complete; panel += team) {
             const int64_t first = panel * width, rest = in->nb - first;
-            complete = solve_panel(in, w, first, rest < width ? rest : width, own, dense);
+            complete = solve_panel(in, w, first, rest < width ? rest : width, own);
         }
-        service_free(dense);
-    }
+        return complete;
+    };
+    if (team == 1) return share(0);
+    bool complete = true;
+#pragma omp parallel for num_threads(static_cast <int>(team)) schedule(static, 1) reduction(&& : complete)
+    for (int64_t t = 0; t < team; ++t) complete = share(t);
     return complete;
 }
 
 template <typename value_t>
 static bool solve_one(const solve_input<value_t> *in, const sweep<value_t> *w, int64_t threads, value_t *work)
 {
-    const int64_t n = in->structure->neqns;
-    gather_vectors(w, 1, in->b, work);
-    const bool complete = threads > 1 ? solve_single_parallel(w, threads, work + 1, work + n + 1) : solve_single_serial(w, work + 1);
-    if (complete) scatter_vectors(w, 1, work, in->overwrite_rhs == 1 ? in->b : in->x);
+    if (threads == 1) return solve_panel(in, w, 0, 1, work);
+    gather_vectors(in, w, 0, 1, 1, work);
+    const bool complete = solve_single_parallel(w, threads, work + 1, work + in->structure->neqns + 1);
+    if (complete) scatter_vectors(in, w, 0, 1, 1, work);
     return complete;
 }
 
@@ -222,7 +243,7 @@ int64_t solve_work_entries(const supernodal_structure *s, int64_t nb, int64_t th
     const int64_t team = threads < 1 ? 1 : threads, n = s->neqns;
     if (nb <= 1) return team > 1 ? (std::min(team, most_single_threads) + 1) * (n + 1) : n + 1;
     const int64_t parts = team < nb ? team : nb;
-    return parts * panel_entries(n, panel_width(nb, parts));
+    return parts * (n + 1) * row_stride<float>(panel_width(nb, parts)); /* of the longest rows, those of the shortest type */
 }
 
 template <typename value_t>

@@ -72,32 +72,74 @@ struct sweep {
 void choose_window(const supernodal_structure *s, int64_t window_first, int64_t window_count, int64_t solve_step_code,
                    solve_window *window);
 
+/* One supernode as a step of a sweep sees it. */
+template <typename value_t>
+struct supernode_block {
+    int64_t first, columns, rows, below; /* rows = columns + below */
+    const int64_t *row;                  /* [below] row numbers under the diagonal block */
+    const value_t *diagonal;             /* columns by columns, leading dimension rows */
+    const value_t *panel;                /* below by columns: under the diagonal block, or of the upper side */
+    int64_t panel_ld;
+};
+
+/* Forward steps of L and L', of U' and U: which triangle of the diagonal block a sweep works with. The upper one goes with the panel of the
+   upper side, the unit one with the row exchanges. */
+template <typename value_t>
+inline block_triangle triangle_of(const sweep<value_t> *w, bool forward)
+{
+    if (w->kind == factor_kind::cholesky) return block_triangle::lower;
+    return w->kind == factor_kind::lu && w->transposed == forward ? block_triangle::upper : block_triangle::lower_unit;
+}
+
+/* False when a block could not be had; nothing is then held. */
+template <typename value_t>
+inline bool open_supernode(const sweep<value_t> *w, int64_t number, block_triangle triangle, supernode_block<value_t> *b)
+{
+    const supernodal_structure &s = *w->structure;
+    b->first = s.xsuper[number - 1];
+    b->columns = s.xsuper[number] - b->first;
+    b->rows = supernode_rows(s, number);
+    b->below = b->rows - b->columns;
+    b->row = supernode_row_list(s, number) + b->columns;
+    b->diagonal = acquire_block(*w->store, s, factor_side::lower, number, block_use::read);
+    if (b->diagonal == nullptr) return false;
+    b->panel = b->diagonal + b->columns;
+    b->panel_ld = b->rows;
+    if (triangle != block_triangle::upper || b->below < 1) return true;
+    b->panel = acquire_block(*w->store, s, factor_side::upper, number, block_use::read);
+    b->panel_ld = b->below;
+    if (b->panel == nullptr) release_block(*w->store, factor_side::lower, number, block_use::read);
+    return b->panel != nullptr;
+}
+
+template <typename value_t>
+inline void close_supernode(const sweep<value_t> *w, int64_t number, block_triangle triangle, const supernode_block<value_t> &b)
+{
+    if (triangle == block_triangle::upper && b.below > 0) release_block(*w->store, factor_side::upper, number, block_use::read);
+    release_block(*w->store, factor_side::lower, number, block_use::read);
+}
+
 /* ---- one vector: entry i of x is row i of the factored matrix; false when a block could not be had ---- */
 
-/* Forward step of supernode number. Updates of rows past last_row go to beyond (length n, indexed as x), the others to x. */
+/* Forward steps of the supernodes first..last. Updates of rows past last_row go to beyond (length n, indexed as x), the others to x. */
 template <typename value_t>
-bool forward_supernode(const sweep<value_t> *w, int64_t number, value_t *x, int64_t last_row, value_t *beyond);
-/* Diagonal and backward step, each as the sweep asks. */
+bool forward_supernodes(const sweep<value_t> *w, int64_t first, int64_t last, value_t *x, int64_t last_row, value_t *beyond);
+/* Diagonal and backward steps, each as the sweep asks, of the supernodes last..first. */
 template <typename value_t>
-bool backward_supernode(const sweep<value_t> *w, int64_t number, value_t *x);
+bool backward_supernodes(const sweep<value_t> *w, int64_t first, int64_t last, value_t *x);
 
-template <typename value_t>
-bool solve_single_serial(const sweep<value_t> *w, value_t *x);
 /* Subtrees of domain_table in parallel. beyond: threads vectors of n entries. */
 template <typename value_t>
 bool solve_single_parallel(const sweep<value_t> *w, int64_t threads, value_t *x, value_t *beyond);
 
-/* ---- several vectors: entry i of vector k is x[i * width + k], i = 1..n; column 0 of x is not used ---- */
+/* ---- several vectors: entry i of vector k is x[i * stride + k], i = 1..n; row 0 of x is not used ---- */
 
-/* Most vectors that are interleaved at a time: 32 doubles are a quarter of the rows of a cache page, and the gain from more is small. */
+/* Most vectors that are interleaved at a time: the gain from more is small. */
 inline constexpr int64_t solve_width_limit = 32;
 
-/* Rows of a panel that a backward step gathers at a time. */
-inline constexpr int64_t gather_rows = 256;
-
-/* scratch: gather_rows * width entries; work: dense work of the calling thread, may be null. */
+/* stride: a multiple of interleaved_lanes. */
 template <typename value_t>
-bool solve_several(const sweep<value_t> *w, int64_t width, value_t *x, value_t *scratch, void *work);
+bool solve_several(const sweep<value_t> *w, int64_t stride, value_t *x);
 
 /* x_s = inverse(D) x_s for the block of one supernode; entry i of vector k at x[i * stride + k]. */
 template <typename value_t>

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "dense/family/getrf.h"
+#include "dense/family/interleaved.h"
 #include "dense/family/sweep.h"
 
 namespace WKL_FAMILY
@@ -13,9 +14,20 @@ namespace
 template <typename value_t>
 constexpr kernel_table<value_t> make_table()
 {
-    return {gemm<value_t>,          trsm<value_t>,          update<value_t>, potrf_panel<value_t>, getrf<value_t>,
-            gemv<value_t>,          dot<value_t>,           axpy<value_t>,   solve_lower<value_t>, solve_lower_transposed<value_t>,
-            panel_forward<value_t>, panel_backward<value_t>};
+    return {gemm<value_t>,
+            trsm<value_t>,
+            update<value_t>,
+            potrf_panel<value_t>,
+            getrf<value_t>,
+            gemv<value_t>,
+            dot<value_t>,
+            axpy<value_t>,
+            solve_lower<value_t>,
+            solve_lower_transposed<value_t>,
+            panel_forward<value_t>,
+            panel_backward<value_t>,
+            interleaved_forward<value_t>,
+            interleaved_backward<value_t>};
 }
 
 } // namespace
