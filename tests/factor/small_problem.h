@@ -361,7 +361,7 @@ void prepare(const small_problem<value_t> &q, int64_t threads, factorization<val
     const size_t n = static_cast<size_t>(q.n), room = q.a.size() + n, one = static_cast<size_t>(1);
     for (auto *v : {&f->start_l, &f->start_u}) v->assign(n + 1, -3);
     for (auto *v : {&f->dest_l, &f->src_l, &f->col_l, &f->dest_u, &f->src_u, &f->col_u}) v->assign(room, -3);
-    f->scratch.assign(3 * (n + 1), -3);
+    f->scratch.assign(6 * (n + 1) + 2 * q.a.size() + 16, -3);
     f->map = {f->start_l.data(),
               f->dest_l.data(),
               f->src_l.data(),
@@ -382,7 +382,7 @@ void prepare(const small_problem<value_t> &q, int64_t threads, factorization<val
                              f->scratch.data(),
                              f->scratch.data() + n + 1,
                              f->scratch.data() + 2 * (n + 1),
-                             nullptr,
+                             f->scratch.data() + 3 * (n + 1),
                              threads};
     build_position_map(&in, &f->map);
     const value_t poison(std::numeric_limits<real_part_t<value_t>>::quiet_NaN());
