@@ -176,6 +176,29 @@ void kernel_panel_forward(int64_t q, int64_t w, const value_t *panel, int64_t ld
 template <typename value_t, mirror kind>
 void kernel_panel_backward(int64_t q, int64_t w, const value_t *panel, int64_t ld, const int64_t *row, const value_t *vector, value_t *x);
 
+/* Supernodes of one column: supernode s has the column first_column[s - 1], and the rows list[list_start[s - 1] - 1 ..], its own first. All
+   numbers count from 1. */
+template <typename value_t>
+struct column_run {
+    const int64_t *first_column, *list_start, *list;
+    const int64_t *diagonal_start; /* by column: the diagonal entry is diagonal[diagonal_start[j - 1] - 1] */
+    const value_t *diagonal;
+    const int64_t *panel_start; /* by column: entries for the rows after the own from panel[panel_start[j - 1] - 1 + panel_skip] on */
+    const value_t *panel;
+    int64_t panel_skip;
+    bool before, after; /* divide by the diagonal before, or after the panel; not both */
+    mirror kind;        /* backward: panel, and a diagonal taken after it, are conjugated for mirror::hermitian */
+    int64_t row_limit;  /* forward: supernodes that reach beyond this row end the run */
+    value_t *x;         /* entry j at x[j - 1] */
+};
+
+/* Forward and backward steps of the supernodes from `number` on, up to last or down to first, as far as they have one column. Returns the
+   first that is not done. */
+template <typename value_t>
+int64_t kernel_columns_forward(const column_run<value_t> *run, int64_t number, int64_t last);
+template <typename value_t>
+int64_t kernel_columns_backward(const column_run<value_t> *run, int64_t number, int64_t first);
+
 /* ---- several vectors, interleaved: entry i of vector k at x[i * stride + k] ---- */
 
 /* Entries that a row of interleaved vectors is a multiple of; the filling takes part in the arithmetic and means nothing. */

@@ -160,6 +160,18 @@ void kernel_panel_backward(int64_t q, int64_t w, const value_t *panel, int64_t l
 }
 
 template <typename value_t>
+int64_t kernel_columns_forward(const column_run<value_t> *run, int64_t number, int64_t last)
+{
+    return dense_table<value_t>()->columns_forward(run, number, last);
+}
+
+template <typename value_t>
+int64_t kernel_columns_backward(const column_run<value_t> *run, int64_t number, int64_t first)
+{
+    return dense_table<value_t>()->columns_backward(run, number, first);
+}
+
+template <typename value_t>
 void kernel_interleaved_forward(const interleaved_block<value_t> *block)
 {
     dense_table<value_t>()->interleaved_forward(block);
@@ -186,6 +198,8 @@ void kernel_interleaved_backward(const interleaved_block<value_t> *block)
     template decltype(kernel_getrf<V>) kernel_getrf<V>;                                                                                    \
     template decltype(kernel_solve_lower<V>) kernel_solve_lower<V>;                                                                        \
     template decltype(kernel_panel_forward<V>) kernel_panel_forward<V>;                                                                    \
+    template decltype(kernel_columns_forward<V>) kernel_columns_forward<V>;                                                                \
+    template decltype(kernel_columns_backward<V>) kernel_columns_backward<V>;                                                              \
     template decltype(kernel_interleaved_forward<V>) kernel_interleaved_forward<V>;                                                        \
     template decltype(kernel_interleaved_backward<V>) kernel_interleaved_backward<V>;                                                      \
     INSTANTIATE_MIRROR(V, mirror::symmetric)                                                                                               \

@@ -24,6 +24,8 @@ struct kernel_table {
     void (*panel_forward)(int64_t q, int64_t w, const value_t *panel, int64_t ld, const value_t *x, const int64_t *row, value_t *vector);
     void (*panel_backward)(mirror kind, int64_t q, int64_t w, const value_t *panel, int64_t ld, const int64_t *row, const value_t *vector,
                            value_t *x);
+    int64_t (*columns_forward)(const column_run<value_t> *run, int64_t number, int64_t last);
+    int64_t (*columns_backward)(const column_run<value_t> *run, int64_t number, int64_t first);
     void (*interleaved_forward)(const interleaved_block<value_t> *block);
     void (*interleaved_backward)(const interleaved_block<value_t> *block);
 };

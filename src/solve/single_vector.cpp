@@ -152,11 +152,39 @@ static void solve_upper_transposed(int64_t n, const value_t *u, int64_t ld, valu
     }
 }
 
+/* The supernodes of one column between others, in core. */
+template <typename value_t>
+static column_run<value_t> run_of(const sweep<value_t> *w, block_triangle triangle, bool forward, int64_t row_limit, value_t *x)
+{
+    const supernodal_structure &s = *w->structure;
+    const factor_store<value_t> &store = *w->store;
+    const bool upper = triangle == block_triangle::upper, divides = triangle != block_triangle::lower_unit;
+    const bool before = forward ? divides : w->kind == factor_kind::ldlt && w->diagonal;
+    return {s.xsuper,
+            s.xlindx,
+            s.lindx,
+            s.xlnz,
+            store.lnz,
+            upper ? s.xunz : s.xlnz,
+            upper ? store.unz : store.lnz,
+            upper ? 0 : 1,
+            before,
+            !forward && divides,
+            w->hermitian && !forward ? mirror::hermitian : mirror::symmetric,
+            row_limit,
+            x};
+}
+
 template <typename value_t>
 bool forward_supernodes(const sweep<value_t> *w, int64_t first, int64_t last, value_t *x, int64_t last_row, value_t *beyond)
 {
     const block_triangle triangle = triangle_of(w, true);
+    const column_run<value_t> run = run_of(w, triangle, true, beyond == x ? w->structure->neqns : last_row, x);
     for (int64_t number = first; number <= last; ++number) {
+        if (w->store->pager == nullptr && supernode_columns(*w->structure, number) == 1) {
+            number = kernel_columns_forward(&run, number, last);
+            if (number > last) break;
+        }
         supernode_block<value_t> b;
         if (!open_supernode(w, number, triangle, &b)) return false;
         value_t *const own = x + (b.first - 1);
@@ -179,7 +207,12 @@ template <typename value_t>
 bool backward_supernodes(const sweep<value_t> *w, int64_t first, int64_t last, value_t *x)
 {
     const block_triangle triangle = triangle_of(w, false);
+    const column_run<value_t> run = run_of(w, triangle, false, w->structure->neqns, x);
     for (int64_t number = last; number >= first; --number) {
+        if (w->backward && w->store->pager == nullptr && supernode_columns(*w->structure, number) == 1) {
+            number = kernel_columns_backward(&run, number, first);
+            if (number < first) break;
+        }
         supernode_block<value_t> b;
         if (!open_supernode(w, number, triangle, &b)) return false;
         value_t *const own = x + (b.first - 1);

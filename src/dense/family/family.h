@@ -2,9 +2,9 @@
    Products and sums are fused only where vector.h says so: the files are compiled with -ffp-contract=off. */
 #pragma once
 
+#include "dense/family/columns.h"
 #include "dense/family/getrf.h"
 #include "dense/family/interleaved.h"
-#include "dense/family/sweep.h"
 
 namespace WKL_FAMILY
 {
@@ -26,6 +26,8 @@ constexpr kernel_table<value_t> make_table()
             solve_lower_transposed<value_t>,
             panel_forward<value_t>,
             panel_backward<value_t>,
+            columns_forward<value_t>,
+            columns_backward<value_t>,
             interleaved_forward<value_t>,
             interleaved_backward<value_t>};
 }
