@@ -74,7 +74,8 @@ struct symbolic_arrays {
     int64_t *lists, *work, *scratch;
 };
 
-/* Stage 2: row lists, column pointers, per-supernode tables, update bounds. Returns 0, -182 (the factors would pass 2^61 entries), -180. */
+/* Stage 2: row lists, column pointers, per-supernode tables, update bounds, and the number of all updates in task_count. Returns 0, -182
+   (the factors would pass 2^61 entries), -180. */
 int64_t symbolic_step(control_block *control, phase_times *times, symbolic_arrays *arrays);
 
 /* Block bounds after symbolic_step: factor_block_l, _u, _v of ooc and column_count_bound of control. */
@@ -86,8 +87,8 @@ double operation_count(const supernodal_structure *s, int64_t matrix_type);
 /* ---- parallel work lists -------------------------------------------------------------------------------------------------------- */
 
 /* Stage 3. The sizes are known only after a counting pass, so there are two calls: work_list_sizes after stage 2 (it fills
-   control->parallel_list_size, task_count, task_bound, subgraphs), then build_work_lists into arrays of these sizes.
-   The initial arrays 32 to 36 of the memory plan may be used as scratch by neither call. */
+   control->parallel_list_size, task_count, task_bound, subgraphs; of a single level it takes the task_count of stage 2), then
+   build_work_lists into arrays of these sizes. The initial arrays 32 to 36 of the memory plan may be used as scratch by neither call. */
 void work_list_sizes(control_block *control, const supernodal_structure *s);
 struct work_list_arrays {
     int64_t *work_order;              /* inout [S]: leaves-first order of symbolic_step, rewritten so that it also suits the domains */

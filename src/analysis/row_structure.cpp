@@ -20,18 +20,17 @@ static const int64_t *rows_behind(const row_structure_input &in, const int64_t *
     return row;
 }
 
-/* Merge the ascending extra[added] into the ascending tail[kept], which has room for both. */
-static void merge_into(int64_t *tail, int64_t kept, const int64_t *extra, int64_t added)
+/* Merge the ascending base[kept] and extra[added], which share no row, into tail. */
+static void merge_rows(const int64_t *base, int64_t kept, const int64_t *extra, int64_t added, int64_t *tail)
 {
-    while (added > 0) {
-        if (kept > 0 && tail[kept - 1] > extra[added - 1]) {
-            tail[kept + added - 1] = tail[kept - 1];
-            --kept;
-        } else {
-            tail[kept + added - 1] = extra[added - 1];
-            --added;
-        }
+    const int64_t *end = base + kept;
+    for (int64_t k = 0; k < added; ++k) {
+        const int64_t *next = std::lower_bound(base, end, extra[k]);
+        tail = std::copy(base, next, tail);
+        *tail++ = extra[k];
+        base = next;
     }
+    std::copy(base, end, tail);
 }
 
 /* Take the rows that are not marked yet into extra, never more than room. Returns how many. */
@@ -43,6 +42,59 @@ static int64_t collect(const int64_t *row, int64_t count, int64_t s, int64_t roo
         marker[row[k] - 1] = s;
         extra[added++] = row[k];
     }
+    return added;
+}
+
+/* The rows of the matrix columns of s that lie behind it, in any order and with repetitions, at most room. Returns how many there are. */
+static int64_t matrix_rows(const row_structure_input &in, int64_t s, int64_t room, int64_t *extra)
+{
+    const int64_t last = in.xsuper[s] - 1;
+    int64_t count = 0;
+    for (int64_t j = in.xsuper[s - 1]; j <= last; ++j) {
+        const int64_t given = in.perm[j - 1];
+        for (int64_t p = in.xadj[given - 1]; p < in.xadj[given]; ++p) {
+            const int64_t row = in.invp[in.adj[p - 1] - 1];
+            if (row <= last) continue;
+            if (count < room) extra[count] = row;
+            ++count;
+        }
+    }
+    return count;
+}
+
+/* What the other children and the matrix columns of s add to the base. Few rows are sorted and looked up in the base; for many the base is
+   marked. At most wanted rows are taken; extra comes out ascending. Returns how many. */
+static int64_t rows_to_add(const row_structure_input &in, const int64_t *lindx, const int64_t *first_child, const int64_t *sibling,
+                           int64_t s, int64_t base_child, const int64_t *base, int64_t kept, int64_t wanted, const merge_scratch &scratch)
+{
+    const int64_t last = in.xsuper[s] - 1, few = kept / 16;
+    int64_t *extra = scratch.extra, found = matrix_rows(in, s, few, extra), added = 0, count;
+    for (int64_t child = first_child[s - 1]; child != 0 && found <= few; child = sibling[child - 1]) {
+        if (child == base_child) continue;
+        const int64_t *row = rows_behind(in, lindx, child, last, &count);
+        if (found + count <= few) std::copy(row, row + count, extra + found);
+        found += count;
+    }
+    if (found <= few) {
+        std::sort(extra, extra + found);
+        for (int64_t k = 0; k < found && added < wanted; ++k) {
+            if ((added == 0 || extra[k] != extra[added - 1]) && !std::binary_search(base, base + kept, extra[k])) extra[added++] = extra[k];
+        }
+        return added;
+    }
+    for (int64_t k = 0; k < kept; ++k) scratch.marker[base[k] - 1] = s;
+    for (int64_t child = first_child[s - 1]; child != 0 && added < wanted; child = sibling[child - 1]) {
+        const int64_t *row = rows_behind(in, lindx, child, last, &count);
+        if (child != base_child) added += collect(row, count, s, wanted - added, scratch.marker, extra + added);
+    }
+    for (int64_t j = in.xsuper[s - 1]; j <= last && added < wanted; ++j) {
+        const int64_t given = in.perm[j - 1];
+        for (int64_t p = in.xadj[given - 1]; p < in.xadj[given]; ++p) {
+            const int64_t row = in.invp[in.adj[p - 1] - 1];
+            if (row > last) added += collect(&row, 1, s, wanted - added, scratch.marker, extra + added);
+        }
+    }
+    std::sort(extra, extra + added);
     return added;
 }
 
@@ -64,26 +116,10 @@ static bool fill_tail(const row_structure_input &in, const int64_t *lindx, const
         if (kept >= wanted) break;
     }
     if (kept > wanted) return false;
-    if (kept > 0) std::memcpy(tail, base, static_cast<size_t>(kept) * sizeof(int64_t));
-    if (kept == wanted) return true;
-
-    for (int64_t k = 0; k < kept; ++k) scratch.marker[tail[k] - 1] = s;
     int64_t added = 0;
-    for (int64_t child = first_child[s - 1]; child != 0 && kept + added < wanted; child = sibling[child - 1]) {
-        int64_t count;
-        const int64_t *row = rows_behind(in, lindx, child, last, &count);
-        if (child != longest) added += collect(row, count, s, wanted - kept - added, scratch.marker, scratch.extra + added);
-    }
-    for (int64_t j = in.xsuper[s - 1]; j <= last && kept + added < wanted; ++j) {
-        const int64_t given = in.perm[j - 1];
-        for (int64_t p = in.xadj[given - 1]; p < in.xadj[given]; ++p) {
-            const int64_t row = in.invp[in.adj[p - 1] - 1];
-            if (row > last) added += collect(&row, 1, s, wanted - kept - added, scratch.marker, scratch.extra + added);
-        }
-    }
+    if (kept < wanted) added = rows_to_add(in, lindx, first_child, sibling, s, longest, base, kept, wanted - kept, scratch);
     if (kept + added != wanted) return false;
-    std::sort(scratch.extra, scratch.extra + added);
-    merge_into(tail, kept, scratch.extra, added);
+    merge_rows(base, kept, scratch.extra, added, tail);
     return true;
 }
 

@@ -91,11 +91,29 @@ struct row_structure_input {
    Returns 0, or -2 when a list does not have the length that xlindx says. */
 int64_t row_structure(const row_structure_input *input, int64_t *lindx, int64_t *sparent, int64_t *work);
 
+/* How many of the ascending rows row..end-1 lie in the supernode of the first one, whose columns end before behind. Mostly it is met to
+   its end. */
+inline int64_t rows_in_target(const int64_t *row, const int64_t *end, int64_t behind)
+{
+    const int64_t left = end - row, whole = behind - *row;
+    if (whole <= left && row[whole - 1] == behind - 1) return whole;
+    int64_t run = 1;
+    while (run < left && row[run] < behind) ++run;
+    return run;
+}
+
+/* Threads for a loop over the supernodes: one where a second one would not have started before the end. */
+inline int symbolic_threads(int64_t neqns, int64_t nproc)
+{
+    return neqns < 5000 || nproc < 2 ? 1 : static_cast<int>(nproc);
+}
+
 /* ---- work order ---- */
 
-/* Estimated work that each supernode costs a left-looking factorization, in operations: the updates it receives and its own block. */
-void update_costs(const supernodal_structure *s, double *cost);
+/* Estimated work that each supernode costs a left-looking factorization, in operations: the updates it receives and its own block. lists:
+   those of a single level. */
+void update_costs(const supernodal_structure *s, const work_list_arrays *lists, double *cost);
 
 /* Rewrite work_order[S] (a valid order on entry) for a dynamic loop of nproc threads: every descendant before its targets, leaves negative.
-   Allocates 8 words for each supernode; when that fails the order stays as it is. */
-void fill_work_order(const supernodal_structure *s, int64_t nproc, int64_t *work_order);
+   Reads the other lists of a single level. Allocates 8 words for each supernode; when that fails the order stays as it is. */
+void fill_work_order(const supernodal_structure *s, int64_t nproc, work_list_arrays *arrays);

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include <omp.h>
 
 #include "analysis/symbolic.h"
@@ -17,55 +19,40 @@ static void fill_leaf_queue(int64_t supernodes, const int64_t *sparent, int64_t 
     }
 }
 
-/* Largest block that a supernode sends to one ancestor, in entries, where the triangle above the diagonal of a target counts as nothing;
-   also the largest panel. */
-static int64_t update_bound(int64_t supernodes, const int64_t *xsuper, const int64_t *snode, const int64_t *xlindx, const int64_t *lindx)
+/* Targets of each supernode, and how many of its rows stand in the separators. updates: their sum. Returns the largest block that a
+   supernode sends to one ancestor, in entries, where the triangle above the diagonal of a target counts as nothing; also the largest panel.
+ */
+static int64_t scan_tails(int64_t supernodes, int threads, int64_t first_separator_column, const symbolic_arrays *a, int64_t *updates)
 {
-    int64_t bound = 0;
+    int64_t bound = 0, total = 0;
+#pragma omp parallel for schedule(dynamic, 256) num_threads(threads) reduction(max : bound) reduction(+ : total) if (threads > 1)
     for (int64_t s = 1; s <= supernodes; ++s) {
-        const int64_t columns = xsuper[s] - xsuper[s - 1], count = xlindx[s] - xlindx[s - 1] - columns;
-        const int64_t *tail = lindx + (xlindx[s - 1] - 1) + columns;
-        if (columns * count > bound) bound = columns * count;
-        if (count * (count + 1) / 2 <= bound) continue;
-        for (int64_t k = 0; k < count;) {
-            const int64_t target = snode[tail[k] - 1], left = count - k;
-            int64_t run = 1;
-            while (run < left && snode[tail[k + run] - 1] == target) ++run;
+        const int64_t columns = a->xsuper[s] - a->xsuper[s - 1];
+        const int64_t *list = a->lindx + (a->xlindx[s - 1] - 1), *end = a->lindx + (a->xlindx[s] - 1), *row = list + columns;
+        int64_t targets = 0;
+        if (columns * (end - row) > bound) bound = columns * (end - row);
+        for (; row < end; ++targets) {
+            const int64_t run = rows_in_target(row, end, a->xsuper[a->snode[*row - 1]]), left = end - row;
             const int64_t sent = left * run - run * (run - 1) / 2;
             if (sent > bound) bound = sent;
-            k += run;
+            row += run;
         }
+        a->update_count[s - 1] = targets;
+        total += targets;
+        a->separator_tail[s - 1] = end - std::lower_bound(list, end, first_separator_column);
     }
+    *updates = total;
     return bound;
 }
 
-/* Targets of each supernode, and how many of its rows stand in the separators. */
-static void fill_tail_tables(int64_t supernodes, int64_t first_separator_column, const int64_t *xsuper, const int64_t *snode,
-                             const int64_t *xlindx, const int64_t *lindx, int64_t *update_count, int64_t *separator_tail)
-{
-    for (int64_t s = 1; s <= supernodes; ++s) {
-        const int64_t *list = lindx + (xlindx[s - 1] - 1), count = xlindx[s] - xlindx[s - 1];
-        int64_t targets = 0, behind = 0;
-        for (int64_t k = xsuper[s] - xsuper[s - 1], target = s; k < count; ++k) {
-            if (snode[list[k] - 1] == target) continue;
-            target = snode[list[k] - 1];
-            ++targets;
-        }
-        while (behind < count && list[count - behind - 1] >= first_separator_column) ++behind;
-        update_count[s - 1] = targets;
-        separator_tail[s - 1] = behind;
-    }
-}
-
 /* The counts that other rooms size their arrays by. */
-static void publish_sizes(control_block *control, const symbolic_arrays *a)
+static void publish_sizes(control_block *control, const symbolic_arrays *a, int64_t bound)
 {
     const int64_t neqns = control->neqns, supernodes = control->supernodes;
     control->nnz_l = a->xlnz[neqns] - 1;
     control->nnz_u = a->xunz[neqns] > 1 ? a->xunz[neqns] - 1 : 1;
     if (control->symmetric_structure == 1) control->nnz_u = 1;
 
-    int64_t bound = update_bound(supernodes, a->xsuper, a->snode, a->xlindx, a->lindx);
     if (bound == 0) bound = neqns;
     /* room for the product and the scaled panel side by side; the block pivots of the indefinite types need it twice */
     control->growth_denominator = control->matrix_type == 6 || control->matrix_type < 0 ? 4 : 2;
@@ -102,8 +89,8 @@ int64_t symbolic_step(control_block *control, phase_times *times, symbolic_array
     }
     fill_leaf_queue(supernodes, a->sparent, a->work_order, a->lists);
     const int64_t above = first_above_domains(supernodes, control->domains, a->domain_table);
-    fill_tail_tables(supernodes, a->xsuper[above - 1], a->xsuper, a->snode, a->xlindx, a->lindx, a->update_count, a->separator_tail);
-    publish_sizes(control, a);
+    publish_sizes(control, a,
+                  scan_tails(supernodes, symbolic_threads(neqns, control->nproc), a->xsuper[above - 1], a, &control->task_count));
     control->internal_code = 0;
     times->time_symbfct += omp_get_wtime() - start;
     return 0;

@@ -18,11 +18,8 @@ static bool next_target(const supernodal_structure &s, target_walk *walk)
     if (walk->row == walk->end) return false;
     walk->target = s.snode[*walk->row - 1];
     walk->left = walk->end - walk->row;
-    const int64_t behind = s.xsuper[walk->target];
-    const int64_t *row = walk->row + 1;
-    while (row < walk->end && *row < behind) ++row;
-    walk->run = row - walk->row;
-    walk->row = row;
+    walk->run = rows_in_target(walk->row, walk->end, s.xsuper[walk->target]);
+    walk->row += walk->run;
     return true;
 }
 
@@ -48,16 +45,21 @@ static target_walk open_target_walk(const supernodal_structure &s, int64_t numbe
 
 void work_list_sizes(control_block *control, const supernodal_structure *s)
 {
-    const int64_t lowest = control->two_level != 0 ? first_top_supernode(s) : 1;
+    control->subgraphs = s->domains;
+    if (control->two_level == 0) {
+        control->parallel_list_size = control->task_count; /* all updates, as symbolic_step counted them */
+        control->task_bound = 0;
+        return;
+    }
+    const int64_t lowest = first_top_supernode(s);
     int64_t updates = 0;
     for (int64_t number = 1; number <= s->supernodes; ++number) {
         target_walk walk = open_target_walk(*s, number, lowest);
         while (next_target(*s, &walk)) ++updates;
     }
     control->task_count = updates;
-    control->subgraphs = s->domains;
-    control->parallel_list_size = control->two_level != 0 ? 0 : updates;
-    control->task_bound = control->two_level != 0 ? s->supernodes - lowest + 1 : 0;
+    control->parallel_list_size = 0;
+    control->task_bound = s->supernodes - lowest + 1;
 }
 
 /* Target lists, and room for each target's descendants in the ready list. */
@@ -113,7 +115,7 @@ static void build_two_level(const supernodal_structure &s, work_list_arrays *a)
     a->list_start[0] = 1;
 }
 
-void update_costs(const supernodal_structure *s, double *cost)
+void update_costs(const supernodal_structure *s, const work_list_arrays *lists, double *cost)
 {
     /* Operations that would take as long as what an update and a supernode cost before their arithmetic begins: rough figures (0.2 and 0.6
        microseconds at 5 Gflop/s), so that tiny supernodes do not count as free. */
@@ -122,9 +124,11 @@ void update_costs(const supernodal_structure *s, double *cost)
     for (int64_t number = 1; number <= s->supernodes; ++number) {
         const double columns = static_cast<double>(supernode_columns(*s, number)), rows = static_cast<double>(supernode_rows(*s, number));
         cost[number - 1] += per_supernode + columns * columns * (rows - columns * 2 / 3);
-        target_walk walk = open_target_walk(*s, number, 1);
-        while (next_target(*s, &walk))
-            cost[walk.target - 1] += per_update + 2 * columns * static_cast<double>(walk.run) * static_cast<double>(walk.left);
+        const int64_t last = lists->list_start[number] - 1;
+        for (int64_t p = lists->list_start[number - 1]; p <= last; ++p) {
+            const int64_t left = lists->list_rows[p - 1], run = p < last ? left - lists->list_rows[p] : left;
+            cost[lists->list_source[p - 1] - 1] += per_update + 2 * columns * static_cast<double>(run) * static_cast<double>(left);
+        }
     }
 }
 
@@ -135,5 +139,5 @@ void build_work_lists(const control_block *control, const supernodal_structure *
         return;
     }
     build_single_level(*s, arrays);
-    fill_work_order(s, control->nproc, arrays->work_order);
+    fill_work_order(s, control->nproc, arrays);
 }

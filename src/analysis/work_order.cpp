@@ -119,15 +119,15 @@ static void run_schedule(schedule *plan, double *clock, int64_t *at, int64_t *ru
     }
 }
 
-void fill_work_order(const supernodal_structure *s, int64_t nproc, int64_t *work_order)
+void fill_work_order(const supernodal_structure *s, int64_t nproc, work_list_arrays *arrays)
 {
     const int64_t count = s->supernodes, processors = 2 * (nproc > 1 ? nproc : 1);
     int64_t *block = static_cast<int64_t *>(service_alloc_direct(static_cast<uint64_t>(8 * count + 3 * processors) * sizeof(int64_t), 64));
     if (block == nullptr) return; /* leaves first does as well, only slower */
     double *real = reinterpret_cast<double *>(block + 5 * count + 2 * processors);
     schedule plan = {s, real, real + count, block, block + count, block + 2 * count, block + 3 * count, block + 4 * count, 0};
-    update_costs(s, plan.cost);
+    update_costs(s, arrays, plan.cost);
     cut_tasks(&plan, real + 2 * count, processors);
-    run_schedule(&plan, real + 3 * count, block + 5 * count, block + 5 * count + processors, processors, work_order);
+    run_schedule(&plan, real + 3 * count, block + 5 * count, block + 5 * count + processors, processors, arrays->work_order);
     service_free_direct(block);
 }
