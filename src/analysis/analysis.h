@@ -31,17 +31,30 @@ template <typename value_t>
 int64_t matching_step(int64_t matrix_type, int64_t method, int64_t n, const int64_t *ia, const int64_t *ja, const value_t *a,
                       int64_t *row_order, double *scale_row, double *scale_col, int64_t *work);
 
-/* Ordering of the graph compressed by the 1x1 and 2x2 pivots that a symmetric matching suggests (Duff and Pralet 2005): the two columns
-   of a pair get adjacent numbers. Allocates order and domain_table with service_alloc_direct; the caller frees both.
-   in    match[n]  the matching of matching_step
-   out   result    order[n] as new position -> given column; domain_table of 2 * domains pairs in column numbers; domains
-   Returns 0 or -2. */
+/* The 1x1 and 2x2 pivots that a symmetric matching suggests (Duff and Pralet 2005). A column whose scaled diagonal entry is large enough is
+   a pivot by itself; what lies between such columns on a cycle of the matching is cut into pairs.
+   in    ia, ja, a, scale[n]  the upper triangle and the scale factors of matching_step
+   inout match[n]             in: the matching. out: match[i] = i: 1x1; match[i] = j and match[j] = i: 2x2; match[i] = j alone: the diagonal
+                              entry of i is small, and it becomes a good 1x1 pivot by the elimination of a neighbour such as j
+   work  work[3 n] */
+template <typename value_t>
+void suggest_pivots(int64_t n, const int64_t *ia, const int64_t *ja, const value_t *a, const double *scale, int64_t *match, int64_t *work);
+
+/* Ordering of the graph compressed by such pivots: the two columns of a pair get adjacent numbers, and a column that waits for a neighbour
+   comes behind one. Allocates; release_compressed_order frees.
+   in    match[n]  of suggest_pivots
+   out   result    order[n] as new position -> given column; domain_table of 2 * domains pairs in column numbers; domains; xadj[n + 1], adj:
+                   adjacency by given columns in which the columns of a pair have the same rows in the factors; tied[n]: 1 at the new
+                   position of the second column of a pair, else 0
+   Returns 0, or -2 with everything freed. */
 struct compressed_order {
     int64_t *order;
     int64_t *domain_table;
     int64_t domains;
+    int64_t *xadj, *adj, *tied;
 };
 int64_t compress_pairs(const control_block *control, const int64_t *ia, const int64_t *ja, const int64_t *match, compressed_order *result);
+void release_compressed_order(compressed_order *result);
 
 /* ---- ordering ------------------------------------------------------------------------------------------------------------------- */
 
@@ -52,7 +65,8 @@ struct ordering_arrays {
     int64_t *lists;                                          /* ordering_lists_size words */
     int64_t *work;                                           /* ordering_work_size words */
     int64_t *scratch_a, *scratch_b;                          /* [n + 1] */
-    const int64_t *matching_order;                           /* array 44, read when control->matching > 0 */
+    const int64_t *matching_order;                           /* array 44: row order of a matching (11, 13), read when matching > 0 */
+    const compressed_order *pairs;                           /* for -4, -2, 6 with matching, else null */
     int64_t ordering_lists_size, ordering_work_size, ordering_slack;
 };
 

@@ -8,8 +8,9 @@ int64_t analysis_prelude(control_block *control, const ordering_arrays *arrays)
                      arrays->scratch_a);
     control->l_entries =
         column_counts(neqns, arrays->xadj, arrays->adj, arrays->perm, arrays->invp, arrays->parent, arrays->colcnt, arrays->lists);
-    control->supernodes = supernode_partition(neqns, arrays->parent, arrays->colcnt, control->panel_columns, arrays->snode, arrays->xsuper,
-                                              &control->lindx_size, &control->largest_supernode);
+    control->supernodes =
+        supernode_partition(neqns, arrays->parent, arrays->colcnt, control->panel_columns, arrays->snode, arrays->xsuper,
+                            &control->lindx_size, &control->largest_supernode, arrays->pairs == nullptr ? nullptr : arrays->pairs->tied);
     translate_table(neqns, control->supernodes, control->domains, arrays->snode, table);
     if (domains_are_independent(control->supernodes, control->domains, table, arrays->xsuper, arrays->snode, arrays->parent)) return 0;
     control->domains = 1;

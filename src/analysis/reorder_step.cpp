@@ -13,12 +13,6 @@ bool is_unsymmetric(int64_t matrix_type)
     return matrix_type == 11 || matrix_type == 13;
 }
 
-/* The pairs of a symmetric matching were ordered by compress_pairs. */
-bool takes_pair_order(const control_block *control)
-{
-    return control->matching > 0 && (control->matrix_type == -4 || control->matrix_type == -2 || control->matrix_type == 6);
-}
-
 void clear_words(int64_t count, int64_t *words)
 {
     for (int64_t i = 0; i < count; ++i) words[i] = 0;
@@ -37,6 +31,12 @@ void build_adjacency(control_block *control, const int64_t *ia, const int64_t *j
     clear_words(n, arrays->parent);
     clear_words(n, arrays->colcnt);
     const bool triangle = control->symmetric_structure == 1;
+    if (arrays->pairs != nullptr) { /* the pattern in which pairs stay alike */
+        copy_words(n + 1, arrays->pairs->xadj, arrays->xadj);
+        copy_words(arrays->xadj[n] - 1, arrays->pairs->adj, arrays->adj);
+        control->adjacency_size = arrays->xadj[n] - 1;
+        return;
+    }
     /* structurally symmetric types whose pattern is not: the graph has to be symmetric all the same */
     if (is_unsymmetric(control->matrix_type) || (!triangle && !pattern_is_symmetric(n, ia, ja, arrays->scratch_a))) {
         const int64_t *row_order = control->matching > 0 ? arrays->matching_order : nullptr;
@@ -84,10 +84,12 @@ int64_t choose_ordering(control_block *control, int64_t *caller_perm, ordering_a
 {
     const int64_t n = control->neqns;
     if (control->perm_mode == 1 || control->perm_mode > 2) return take_caller_order(control, caller_perm, arrays);
-    const bool dissected = control->preprocessing >= 2, paired = takes_pair_order(control);
+    const bool dissected = control->preprocessing >= 2, paired = arrays->pairs != nullptr;
     int64_t error = 0;
     if (paired) {
-        copy_words(n, arrays->matching_order, arrays->perm);
+        control->domains = arrays->pairs->domains;
+        copy_words(n, arrays->pairs->order, arrays->perm);
+        copy_words(4 * control->domains, arrays->pairs->domain_table, arrays->domain_table);
         invert_permutation(n, arrays->perm, arrays->invp);
     } else if (dissected) {
         const int64_t threads = control->preprocessing == 3 ? control->nproc : 1;

@@ -56,11 +56,13 @@ int64_t column_counts(int64_t neqns, const int64_t *xadj, const int64_t *adj, co
                       const int64_t *parent, int64_t *colcnt, int64_t *work);
 
 /* Fundamental supernodes of at most panel_columns columns.
+   in    tied[n]  1 where the limit must not cut between a column and the one before it; null for nowhere
    out   snode[n], xsuper[S + 1]; lindx_size, the sum of the row list lengths; largest_supernode, the longest run of columns before the
          limit cuts it
    Returns S. */
 int64_t supernode_partition(int64_t neqns, const int64_t *parent, const int64_t *colcnt, int64_t panel_columns, int64_t *snode,
-                            int64_t *xsuper, int64_t *lindx_size, int64_t *largest_supernode);
+                            int64_t *xsuper, int64_t *lindx_size, int64_t *largest_supernode,
+                            const int64_t *tied = nullptr);
 
 /* ---- domain table ---- */
 

@@ -112,6 +112,8 @@ inline constexpr int64_t partial_stop_after_ordering = -10;
 
 /* ---- the call --------------------------------------------------------------------------------------------------------------------- */
 
+struct compressed_order; /* analysis/analysis.h */
+
 struct solver_call {
     /* The caller's arguments: scalars by value, arrays as they came. */
     void **handle;
@@ -145,6 +147,7 @@ struct solver_call {
     const void *work_a;
     int64_t *work_perm;
     int64_t nnz;
+    const compressed_order *pairs; /* of the matching while stage 1 runs; null without */
 
     run_flags flags;
 

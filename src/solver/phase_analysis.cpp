@@ -35,13 +35,23 @@ int64_t *words(const solver_call *call, int64_t number)
     return static_cast<int64_t *>(get_from_c_structure(number, call->state));
 }
 
+/* Symmetric types with matching, unless the caller brings an ordering. */
+bool pairs_columns(const solver_call *call)
+{
+    const control_block *control = call->control;
+    return control->matching > 0 && call->matrix_type < 10 && control->perm_mode != 1 && control->perm_mode <= 2;
+}
+
 template <typename value_t>
 int64_t match_rows(solver_call *call, int64_t *work)
 {
-    const int64_t n = call->neqns;
+    const int64_t n = call->neqns, *ia = call->work_ia, *ja = call->work_ja;
+    int64_t *match = words(call, array_matching_order);
+    const auto *a = static_cast<const value_t *>(call->work_a);
     auto *scale = static_cast<double *>(get_from_c_structure(array_scale, call->state));
-    return matching_step<value_t>(call->matrix_type, call->control->matching, n, call->work_ia, call->work_ja,
-                                  static_cast<const value_t *>(call->work_a), words(call, array_matching_order), scale, scale + n, work);
+    const int64_t matched = matching_step<value_t>(call->matrix_type, call->control->matching, n, ia, ja, a, match, scale, scale + n, work);
+    if (matched == n && pairs_columns(call)) suggest_pivots<value_t>(n, ia, ja, a, scale, match, work);
+    return matched;
 }
 
 int64_t match_rows_by_type(solver_call *call, int64_t *work)
@@ -73,14 +83,20 @@ bool run_matching(solver_call *call)
     return false;
 }
 
-/* Ordering of the matching's pairs, for the symmetric types; null tables when there is none. */
+/* Ordering of the matching's pairs, for the symmetric types. Array 44 keeps it. */
 bool compress_matched_pairs(solver_call *call, compressed_order *pairs)
 {
-    if (call->control->matching < 1 || call->matrix_type > 10) return true;
-    const int64_t code = compress_pairs(call->control, call->work_ia, call->work_ja, words(call, array_matching_order), pairs);
+    if (!pairs_columns(call)) return true;
+    control_block *control = call->control;
+    int64_t *order = words(call, array_matching_order);
+    const int64_t n = call->neqns, code = compress_pairs(control, call->work_ia, call->work_ja, order, pairs);
     if (code == code_memory) return out_of_memory(call, memory_matching, 0);
-    call->control->domains = pairs->domains;
-    call->control->ordering_slack = larger(call->control->ordering_slack, 4 * pairs->domains + 4);
+    for (int64_t i = 0; i < n; ++i) order[i] = pairs->order[i];
+    control->domains = pairs->domains;
+    control->ordering_slack = larger(control->ordering_slack, 4 * pairs->domains + 4);
+    control->adjacency_size = larger(control->adjacency_size, pairs->xadj[n] - 1);
+    call->state->adjacency_size = control->adjacency_size;
+    call->pairs = pairs;
     return true;
 }
 
@@ -117,26 +133,6 @@ void size_ordering(solver_call *call)
     state->ordering_lists_used = ordering_lists_words(call, used < counted ? used : counted);
     state->ordering_slack = call->control->ordering_slack;
     state->domains = call->control->domains;
-}
-
-void take_pairs(solver_call *call, const compressed_order *pairs)
-{
-    int64_t *order = words(call, array_matching_order), *table = words(call, array_domain_table);
-    for (int64_t i = 0; i < call->neqns; ++i) order[i] = pairs->order[i];
-    for (int64_t i = 0; i < 4 * pairs->domains; ++i) table[i] = pairs->domain_table[i];
-}
-
-bool plan_ordering(solver_call *call)
-{
-    compressed_order pairs{};
-    if (!compress_matched_pairs(call, &pairs)) return false;
-    size_ordering(call);
-    memory_plan(memory_before_reordering, 0, call->state);
-    const bool planned = call->state->memory_error_stage == 0;
-    if (planned && pairs.order != nullptr) take_pairs(call, &pairs);
-    service_free_direct(pairs.order);
-    service_free_direct(pairs.domain_table);
-    return planned || plan_failed(call);
 }
 
 /* Results of the stages, as the memory plan reads them. */
@@ -184,6 +180,18 @@ bool plan_stage(solver_call *call, int64_t memory_stage)
     return call->state->memory_error_stage == 0 || plan_failed(call);
 }
 
+/* Stage 1, behind the ordering of the pairs where there are some. */
+bool run_ordering(solver_call *call)
+{
+    compressed_order pairs{};
+    if (!compress_matched_pairs(call, &pairs)) return false;
+    size_ordering(call);
+    const bool done = plan_stage(call, memory_before_reordering) && run_stage(call, stage_ordering, memory_before_reordering);
+    call->pairs = nullptr;
+    release_compressed_order(&pairs);
+    return done;
+}
+
 bool stops_after_ordering(const solver_call *call)
 {
     return iparam_at(call->iparam, iparam_partial_window) == partial_stop_after_ordering &&
@@ -192,7 +200,7 @@ bool stops_after_ordering(const solver_call *call)
 
 bool run_stages(solver_call *call)
 {
-    if (!plan_ordering(call) || !run_stage(call, stage_ordering, memory_before_reordering)) return false;
+    if (!run_ordering(call)) return false;
     if (stops_after_ordering(call)) {
         call->error = stage_ordering;
         return false;

@@ -45,6 +45,7 @@ void order(solver_call *call)
     arrays.scratch_a = words(s, array_scratch_a);
     arrays.scratch_b = words(s, array_scratch_b);
     arrays.matching_order = words(s, array_matching_order);
+    arrays.pairs = call->pairs;
     arrays.ordering_lists_size = s->ordering_lists_used;
     arrays.ordering_work_size = s->ordering_work_used;
     arrays.ordering_slack = s->ordering_slack;

@@ -198,6 +198,39 @@ TYPED_TEST(matching_of, symmetric_matrices_get_one_scaling_for_rows_and_columns)
     }
 }
 
+/* Two zeros paired, a zero left without its good neighbour, or a good diagonal entry bound to another column: fill or a lost pivot. */
+TYPED_TEST(matching_of, cycles_are_cut_at_good_diagonal_entries)
+{
+    const double g = 0.5, z = 1e-3;
+    struct cycle {
+        std::vector<double> diagonal;
+        words expected; /* for columns 1, 2, ... matched in a ring */
+    };
+    const cycle cases[] = {{{z}, {1}},
+                           {{g, g}, {1, 2}},
+                           {{z, g}, {2, 2}},
+                           {{0, z}, {2, 1}},
+                           {{0, z, 0}, {3, 1, 1}},
+                           {{0, 0, g, z}, {2, 1, 3, 3}},
+                           {{g, 0, z, z, g, 0}, {1, 1, 4, 3, 5, 5}},
+                           {{z, 2 * z, z, z}, {4, 3, 2, 1}}};
+    for (const cycle &c : cases) {
+        const int64_t n = static_cast<int64_t>(c.diagonal.size());
+        sparse<TypeParam> m{n, -2, {1}, {}, {}};
+        words match;
+        for (int64_t i = 1; i <= n; ++i) {
+            m.ja.push_back(i);
+            m.a.push_back(value_of<TypeParam>(4 * c.diagonal[at(i)], 2));
+            m.ia.push_back(i + 1);
+            match.push_back(i % n + 1);
+        }
+        const std::vector<double> scale(static_cast<size_t>(n), 0.5);
+        words work(static_cast<size_t>(3 * n), 0x7ff8dead00000001);
+        suggest_pivots<TypeParam>(n, m.ia.data(), m.ja.data(), m.a.data(), scale.data(), match.data(), work.data());
+        EXPECT_EQ(match, c.expected) << n;
+    }
+}
+
 TYPED_TEST(matching_of, singular_structure_gives_the_structural_rank_and_a_whole_permutation)
 {
     for (uint32_t seed = 1; seed <= 30; ++seed) {
