@@ -179,9 +179,10 @@ template <typename value_t>
 bool forward_supernodes(const sweep<value_t> *w, int64_t first, int64_t last, value_t *x, int64_t last_row, value_t *beyond)
 {
     const block_triangle triangle = triangle_of(w, true);
+    const bool in_core = w->store->pager == nullptr;
     const column_run<value_t> run = run_of(w, triangle, true, beyond == x ? w->structure->neqns : last_row, x);
     for (int64_t number = first; number <= last; ++number) {
-        if (w->store->pager == nullptr && supernode_columns(*w->structure, number) == 1) {
+        if (in_core && supernode_columns(*w->structure, number) == 1) {
             number = kernel_columns_forward(&run, number, last);
             if (number > last) break;
         }
@@ -207,9 +208,10 @@ template <typename value_t>
 bool backward_supernodes(const sweep<value_t> *w, int64_t first, int64_t last, value_t *x)
 {
     const block_triangle triangle = triangle_of(w, false);
+    const bool in_core = w->store->pager == nullptr;
     const column_run<value_t> run = run_of(w, triangle, false, w->structure->neqns, x);
     for (int64_t number = last; number >= first; --number) {
-        if (w->backward && w->store->pager == nullptr && supernode_columns(*w->structure, number) == 1) {
+        if (in_core && w->backward && supernode_columns(*w->structure, number) == 1) {
             number = kernel_columns_backward(&run, number, first);
             if (number < first) break;
         }
