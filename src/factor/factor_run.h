@@ -10,8 +10,15 @@
 #include "factor/idle_wait.h"
 #include "state/matrix_types.h"
 
-/* Sources whose remaining row lists are equal are applied in one pass over the target; this many at most. */
-inline constexpr int64_t group_limit = 16;
+/* Sources of a target that are collected at most, to be applied together where that is cheaper. */
+inline constexpr int64_t pending_limit = 128;
+
+/* A source that waits to be applied to a thread's target. */
+struct pending_update {
+    int64_t source, rows; /* the last rows of its list */
+    int64_t columns;      /* the rows among them that are columns of the target; this and the next ones are set when groups are made */
+    int64_t group, next;  /* its group; the next member, -1 for the last one */
+};
 
 /* Shared by the threads of one factorization. */
 template <typename value_t>
@@ -21,7 +28,7 @@ struct factor_run {
     double epsilon;             /* pivots of at most this magnitude are replaced */
     bool hermitian;             /* a transposed image is conjugated */
     bool two_sides;             /* a separate U: LU */
-    int64_t group_sources;      /* sources taken together, 1..group_limit */
+    int64_t most_pending;       /* sources that may be applied together, 1..pending_limit */
     int64_t total_entries;      /* entries of all blocks of lnz: 100 percent */
     std::atomic<int64_t> error; /* 0; the first failure stays */
     std::atomic<int64_t> done;  /* entries of the finished blocks */
@@ -38,6 +45,7 @@ struct target_block {
     const int64_t *row_list; /* [rows] */
     value_t *lower, *upper;  /* rows by columns; rows - columns by columns, LU only */
     bool mapped;             /* the thread's relative map holds the row list */
+    bool front;              /* of a chain: columns of several supernodes, in the buffer; no row list */
 };
 
 /* Private to one thread. */
@@ -51,9 +59,8 @@ struct thread_space {
     void *work;   /* of the dense kernels; may be null */
     int64_t done; /* entries finished and not yet added to the shared count */
     int64_t perturbed, positive, negative;
-    /* sources that wait to be applied together */
-    int64_t group_count, group_rows;
-    int64_t group_source[group_limit];
+    int64_t pending_count;
+    pending_update pending[pending_limit];
 };
 
 /* Remember a failure, unless there is an earlier one. */
@@ -88,8 +95,8 @@ void close_target(const factor_run<value_t> *run, const target_block<value_t> *t
 template <typename value_t>
 void assemble_supernode(const factor_run<value_t> *run, const target_block<value_t> *target);
 
-/* Apply the last `remaining` rows of the finished supernode `source`. Sources are collected as long as their remaining row lists are equal;
-   flush_updates applies what is collected and must follow the last call. Failures go to run->error: -2 when the rows are scattered and the
+/* Apply the last `remaining` rows of the finished supernode `source`. Sources are collected; flush_updates applies what is collected and
+   must follow the last call. Failures go to run->error: -2 when the rows are scattered and the
    product would not fit the update buffer, -1 from the pager. */
 template <typename value_t, factor_kind kind, mirror sym>
 void apply_update(factor_run<value_t> *run, thread_space<value_t> *space, target_block<value_t> *target, int64_t source, int64_t remaining);
@@ -116,9 +123,22 @@ inline void link_source(const supernodal_structure &s, const source_lists &lists
     lists.next[source - 1] = head;
     head = source;
 }
-/* Assemble, update from the lists, factor, and link supernode number to its next target, unless that lies past `last`. */
+/* Put a source on its next list, past the rows before end_column. */
+inline void hang_on_next(const supernodal_structure &s, const source_lists &lists, int64_t source, int64_t end_column, int64_t last)
+{
+    int64_t &remaining = lists.head[s.xsuper[source - 1] - 1];
+    const int64_t *list = supernode_row_list(s, source) + supernode_rows(s, source);
+    while (remaining > 0 && list[-remaining] < end_column) --remaining;
+    if (remaining > 0) link_source(s, lists, source, list[-remaining], last);
+}
+/* Assemble unless that is done, update from the lists, factor, and link supernode number to its next target, unless that lies past
+   `last`. */
 template <typename value_t, factor_kind kind, mirror sym>
-void process_with_lists(factor_run<value_t> *run, thread_space<value_t> *space, const source_lists &lists, int64_t number, int64_t last);
+void process_with_lists(factor_run<value_t> *run, thread_space<value_t> *space, const source_lists &lists, int64_t number, int64_t last,
+                        bool assembled = false);
+/* The same for `number` and those supernodes behind it that are better updated together with it; returns the last one of them. */
+template <typename value_t, factor_kind kind, mirror sym>
+int64_t process_front(factor_run<value_t> *run, thread_space<value_t> *space, const source_lists &lists, int64_t number, int64_t last);
 
 /* ---- progress ---- */
 /* The call before and after the work; percent 0 or 100. A wish to stop sets error -1. */

@@ -3,27 +3,25 @@
 #include <complex>
 
 template <typename value_t, factor_kind kind, mirror sym>
-void process_with_lists(factor_run<value_t> *run, thread_space<value_t> *space, const source_lists &lists, int64_t number, int64_t last)
+void process_with_lists(factor_run<value_t> *run, thread_space<value_t> *space, const source_lists &lists, int64_t number, int64_t last,
+                        bool assembled)
 {
     const supernodal_structure &s = *run->s;
+    const block_use use = assembled ? block_use::update : block_use::create;
     target_block<value_t> target;
-    if (!open_target(run, number, block_use::create, &target)) return;
-    assemble_supernode(run, &target);
+    if (!open_target(run, number, use, &target)) return;
+    if (!assembled) assemble_supernode(run, &target);
     const int64_t end_column = s.xsuper[number];
     for (int64_t source = lists.head[target.first - 1], following = 0; source != 0 && !failed(run); source = following) {
         following = lists.next[source - 1];
-        int64_t &remaining = lists.head[s.xsuper[source - 1] - 1];
-        apply_update<value_t, kind, sym>(run, space, &target, source, remaining);
-        const int64_t rows = supernode_rows(s, source);
-        const int64_t *list = supernode_row_list(s, source);
-        while (remaining > 0 && list[rows - remaining] < end_column) --remaining;
-        if (remaining > 0) link_source(s, lists, source, list[rows - remaining], last);
+        apply_update<value_t, kind, sym>(run, space, &target, source, lists.head[s.xsuper[source - 1] - 1]);
+        hang_on_next(s, lists, source, end_column, last);
     }
     flush_updates<value_t, kind, sym>(run, space, &target);
     if (!failed(run)) factor_supernode<value_t, kind, sym>(run, space, &target);
     lists.head[target.first - 1] = target.rows - target.columns;
     if (target.rows > target.columns) link_source(s, lists, number, target.row_list[target.columns], last);
-    close_target(run, &target, block_use::create);
+    close_target(run, &target, use);
 }
 
 template <typename value_t, factor_kind kind, mirror sym>
@@ -34,15 +32,15 @@ void serial_driver(factor_run<value_t> *run, void *work)
     bind_thread_space(run, 1, work, &space);
     const source_lists lists = {run->in->thread_rows + s.supernodes, run->in->thread_rows};
     for (int64_t c = 0; c < s.neqns; ++c) lists.head[c] = 0;
-    for (int64_t number = 1; number <= s.supernodes && !failed(run); ++number) {
-        process_with_lists<value_t, kind, sym>(run, &space, lists, number, s.supernodes);
-        report_block(run, &space, supernode_rows(s, number) * supernode_columns(s, number), false);
+    for (int64_t number = 1, end = 0; number <= s.supernodes && !failed(run); number = end + 1) {
+        end = process_front<value_t, kind, sym>(run, &space, lists, number, s.supernodes);
+        for (; number <= end; ++number) report_block(run, &space, supernode_rows(s, number) * supernode_columns(s, number), false);
     }
     merge_counts(run, &space);
     if (!failed(run)) report_percent(run, 100);
 }
 
 #define INSTANTIATE(V, kind, sym)                                                                                                          \
-    template void process_with_lists<V, kind, sym>(factor_run<V> *, thread_space<V> *, const source_lists &, int64_t, int64_t);            \
+    template void process_with_lists<V, kind, sym>(factor_run<V> *, thread_space<V> *, const source_lists &, int64_t, int64_t, bool);      \
     template void serial_driver<V, kind, sym>(factor_run<V> *, void *);
 FOR_EACH_MEMBER(INSTANTIATE)

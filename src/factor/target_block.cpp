@@ -13,7 +13,7 @@ bool open_target(factor_run<value_t> *run, int64_t number, block_use use, target
     target->rows = supernode_rows(s, number);
     target->row_list = supernode_row_list(s, number);
     target->upper = nullptr;
-    target->mapped = false;
+    target->mapped = target->front = false;
     target->lower = acquire_block(store, s, factor_side::lower, number, use);
     if (target->lower == nullptr) {
         fail(run, -1);

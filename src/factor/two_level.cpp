@@ -33,11 +33,11 @@ void factor_domain(factor_run<value_t> *run, thread_space<value_t> *space, int64
     const source_lists lists = {run->in->thread_rows + s.supernodes, run->in->thread_rows};
     for (int64_t c = s.xsuper[first - 1]; c < s.xsuper[last]; ++c) lists.head[c - 1] = 0;
     std::atomic_ref<int64_t> progress(run->in->lists->status[first - 1]);
-    for (int64_t number = first; number <= last && !failed(run); ++number) {
-        process_with_lists<value_t, kind, sym>(run, space, lists, number, last);
+    for (int64_t number = first, end = 0; number <= last && !failed(run); number = end + 1) {
+        end = process_front<value_t, kind, sym>(run, space, lists, number, last);
         if (failed(run)) return;
-        progress.store(number, std::memory_order_release);
-        report_block(run, space, supernode_rows(s, number) * supernode_columns(s, number), false);
+        progress.store(end, std::memory_order_release);
+        for (; number <= end; ++number) report_block(run, space, supernode_rows(s, number) * supernode_columns(s, number), false);
     }
 }
 

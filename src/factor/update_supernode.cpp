@@ -1,4 +1,4 @@
-#include "factor/factor_run.h"
+#include "factor/update_groups.h"
 #include "factor/value_helpers.h"
 
 #include <complex>
@@ -40,30 +40,21 @@ update_place locate(thread_space<value_t> *space, target_block<value_t> *target,
     return {q, k, true, offset};
 }
 
-/* True when the row lists of the two sources past the target's first column are equal, given that they have the same length there: the
-   earlier source has all columns up to the later one and no row outside of its list. */
-bool same_tail(const supernodal_structure &s, int64_t one, int64_t other)
-{
-    const int64_t early = one < other ? one : other, late = one < other ? other : one;
-    const int64_t first_late = s.xsuper[late - 1], distance = first_late - s.xsuper[early - 1];
-    const int64_t rows_early = supernode_rows(s, early), rows_late = supernode_rows(s, late);
-    return rows_early - rows_late == distance && supernode_row_list(s, early)[distance] == first_late;
-}
-
-/* v = (first k rows of the source) * D. 2x2 pivots keep their off-diagonal entry above the diagonal. */
+/* v = (first k rows of w) * D of the source's block. 2x2 pivots keep their off-diagonal entry above the diagonal. */
 template <typename value_t, mirror sym>
-void scale_rows(const value_t *block, int64_t ld, int64_t width, const int64_t *pivots, const value_t *w, int64_t k, value_t *v)
+void scale_rows(const value_t *block, int64_t ld, int64_t width, const int64_t *pivots, const value_t *w, int64_t ldw, int64_t k,
+                value_t *v)
 {
     for (int64_t c = 0; c < width; ++c) {
         if (pivots[c] >= 0) {
             const value_t d = block[c + c * ld];
-            for (int64_t i = 0; i < k; ++i) v[i + c * k] = product(w[i + c * ld], d);
+            for (int64_t i = 0; i < k; ++i) v[i + c * k] = product(w[i + c * ldw], d);
             continue;
         }
         const value_t d1 = block[c + c * ld], d2 = block[c + 1 + (c + 1) * ld], above = block[c + (c + 1) * ld];
         const value_t below = mirrored<sym>(above);
         for (int64_t i = 0; i < k; ++i) {
-            const value_t x = w[i + c * ld], y = w[i + (c + 1) * ld];
+            const value_t x = w[i + c * ldw], y = w[i + (c + 1) * ldw];
             v[i + c * k] = product(x, d1) + product(y, below);
             v[i + (c + 1) * k] = product(x, above) + product(y, d2);
         }
@@ -82,15 +73,25 @@ void update_side(thread_space<value_t> *space, update_shape shape, const update_
                                     space->work);
         return;
     }
-    const int64_t *column_position = space->row_position, *row_position = space->row_position;
-    if (shift > 0) { /* the space past the last row position is free: q + the rest fit since no row is listed twice */
-        int64_t *shifted = space->row_position + k;
-        for (int64_t i = 0; i < q; ++i) shifted[i] -= shift;
-        row_position = shifted;
-    }
+    int64_t *row_position = space->row_position + skip;
+    for (int64_t i = 0; shift > 0 && i < q; ++i) row_position[i] -= shift;
     for (int64_t i = 0; i < count; ++i)
         kernel_update_scatter<value_t, sym>(shape, q, k, segments[i].depth, segments[i].w, segments[i].ldw, segments[i].v, segments[i].ldv,
-                                            row_position, column_position, block, ld, space->work);
+                                            row_position, space->row_position, block, ld, space->work);
+    for (int64_t i = 0; shift > 0 && i < q; ++i) row_position[i] += shift;
+}
+
+/* Sources at a place: both sides for LU. upper is only read there. */
+template <typename value_t, factor_kind kind, mirror sym>
+void update_sides(thread_space<value_t> *space, const target_block<value_t> &target, const update_place &place, int64_t count,
+                  const update_segment<value_t> *lower, const update_segment<value_t> *upper)
+{
+    constexpr update_shape shape = kind == factor_kind::lu ? update_shape::full : update_shape::lower;
+    update_side<value_t, sym>(space, shape, place, 0, 0, count, lower, target.lower, target.rows);
+    if constexpr (kind == factor_kind::lu)
+        if (place.rows > place.columns)
+            update_side<value_t, sym>(space, shape, place, place.columns, target.columns, count, upper, target.upper,
+                                      target.rows - target.columns);
 }
 
 /* The blocks of one source as an update reads them: the remaining rows of L and, for LU, of U. */
@@ -126,46 +127,145 @@ bool open_source(factor_run<value_t> *run, int64_t source, int64_t q, source_row
     return true;
 }
 
-/* Sources begin..end-1 of the group in one pass. */
+/* Segments of one pass over the target. */
+constexpr int64_t segment_limit = 16;
+
+/* Sources with all rows of the place, read where they lie. The scaled rows of LDL^T must fit the buffer together. */
 template <typename value_t, factor_kind kind, mirror sym>
-void apply_sources(factor_run<value_t> *run, thread_space<value_t> *space, target_block<value_t> *target, const update_place &place,
-                   int64_t begin, int64_t end)
+void apply_in_place(factor_run<value_t> *run, thread_space<value_t> *space, const target_block<value_t> &target, const update_place &place,
+                    int64_t count, const int64_t *source)
 {
     const factor_store<value_t> &store = *run->in->store;
     const int64_t q = place.rows, k = place.columns;
-    update_segment<value_t> lower[group_limit], upper[group_limit];
-    int64_t opened = begin, used = 0;
-    for (; opened < end; ++opened) {
-        const int64_t source = space->group_source[opened], at = opened - begin;
+    update_segment<value_t> lower[segment_limit], upper[segment_limit];
+    int64_t opened = 0, used = 0;
+    for (; opened < count; ++opened) {
         source_rows<value_t, kind> rows;
-        if (!open_source<value_t, kind>(run, source, q, &rows)) break;
-        lower[at] = {rows.w, rows.ld, rows.w, rows.ld, rows.width};
+        if (!open_source<value_t, kind>(run, source[opened], q, &rows)) break;
+        lower[opened] = {rows.w, rows.ld, rows.w, rows.ld, rows.width};
         if constexpr (kind == factor_kind::ldlt) {
             value_t *v = space->buffer + used;
             used += k * rows.width;
-            scale_rows<value_t, sym>(rows.block, rows.ld, rows.width, store.pivots + (run->s->xsuper[source - 1] - 1), rows.w, k, v);
-            lower[at].v = v;
-            lower[at].ldv = k;
+            const int64_t *pivots = store.pivots + (run->s->xsuper[source[opened] - 1] - 1);
+            scale_rows<value_t, sym>(rows.block, rows.ld, rows.width, pivots, rows.w, rows.ld, k, v);
+            lower[opened].v = v;
+            lower[opened].ldv = k;
         }
         if constexpr (kind == factor_kind::lu) {
-            lower[at].v = rows.u;
-            lower[at].ldv = rows.ldu;
-            upper[at] = {rows.u + k, rows.ldu, rows.w, rows.ld, rows.width};
+            lower[opened].v = rows.u;
+            lower[opened].ldv = rows.ldu;
+            upper[opened] = {rows.u + k, rows.ldu, rows.w, rows.ld, rows.width};
         }
     }
-    if (opened == end) {
-        constexpr update_shape shape = kind == factor_kind::lu ? update_shape::full : update_shape::lower;
-        update_side<value_t, sym>(space, shape, place, 0, 0, end - begin, lower, target->lower, target->rows);
-        if constexpr (kind == factor_kind::lu)
-            if (q > k)
-                update_side<value_t, sym>(space, shape, place, k, target->columns, end - begin, upper, target->upper,
-                                          target->rows - target->columns);
-    }
+    if (opened == count) update_sides<value_t, kind, sym>(space, target, place, count, lower, upper);
     if (store.pager == nullptr) return;
-    for (int64_t i = begin; i < opened; ++i) {
-        release_block(store, factor_side::lower, space->group_source[i], block_use::read);
-        if constexpr (kind == factor_kind::lu) release_block(store, factor_side::upper, space->group_source[i], block_use::read);
+    for (int64_t i = 0; i < opened; ++i) {
+        release_block(store, factor_side::lower, source[i], block_use::read);
+        if constexpr (kind == factor_kind::lu) release_block(store, factor_side::upper, source[i], block_use::read);
     }
+}
+
+/* Columns of a source into a panel with the q rows of the group: from row i of the list to row relative[list[i] - 1], 0 elsewhere. */
+template <typename value_t>
+void spread_rows(const int64_t *list, int64_t rows, const int64_t *relative, const value_t *from, int64_t ld, int64_t columns, int64_t q,
+                 value_t *to)
+{
+    for (int64_t c = 0; c < columns; ++c, from += ld, to += q) {
+        if (rows == q) {
+            for (int64_t i = 0; i < q; ++i) to[i] = from[i];
+            continue;
+        }
+        for (int64_t i = 0; i < q; ++i) to[i] = value_t(0);
+        for (int64_t i = 0; i < rows; ++i) to[relative[list[i] - 1]] = from[i];
+    }
+}
+
+/* Depth of a packed panel: beyond it nothing is left to save. */
+constexpr int64_t packed_depth = 128;
+
+/* Members from `at` on, as many as the buffer takes side by side, as one source. Returns the member to go on with. */
+template <typename value_t, factor_kind kind, mirror sym>
+int64_t apply_packed(factor_run<value_t> *run, thread_space<value_t> *space, const target_block<value_t> &target, const update_place &place,
+                     int64_t at)
+{
+    const supernodal_structure &s = *run->s;
+    const int64_t q = place.rows, k = place.columns;
+    const int64_t column_entries = packed_entries<kind>(q, k);
+    int64_t depth = 0, end = at;
+    for (; end >= 0; end = space->pending[end].next) {
+        const int64_t width = supernode_columns(s, space->pending[end].source);
+        if (depth > 0 && (depth + width > packed_depth || (depth + width) * column_entries > space->buffer_entries)) break;
+        depth += width;
+    }
+    value_t *w = space->buffer, *other = w + q * depth;
+    int64_t done = 0;
+    for (int64_t m = at; m != end; m = space->pending[m].next) {
+        const pending_update &one = space->pending[m];
+        const int64_t *list = supernode_row_list(s, one.source) + (supernode_rows(s, one.source) - one.rows);
+        source_rows<value_t, kind> rows;
+        if (!open_source<value_t, kind>(run, one.source, one.rows, &rows)) return -1;
+        spread_rows(list, one.rows, space->relative, rows.w, rows.ld, rows.width, q, w + done * q);
+        if constexpr (kind == factor_kind::ldlt) {
+            const int64_t *pivots = run->in->store->pivots + (s.xsuper[one.source - 1] - 1);
+            scale_rows<value_t, sym>(rows.block, rows.ld, rows.width, pivots, w + done * q, q, k, other + done * k);
+        }
+        if constexpr (kind == factor_kind::lu)
+            spread_rows(list, one.rows, space->relative, rows.u, rows.ldu, rows.width, q, other + done * q);
+        done += rows.width;
+    }
+    update_segment<value_t> lower = {w, q, w, q, depth}, upper = {};
+    if constexpr (kind == factor_kind::ldlt) lower = {w, q, other, k, depth};
+    if constexpr (kind == factor_kind::lu) {
+        lower = {w, q, other, q, depth};
+        upper = {other + k, q, w, q, depth};
+    }
+    update_sides<value_t, kind, sym>(space, target, place, 1, &lower, &upper);
+    return end;
+}
+
+template <typename value_t, factor_kind kind, mirror sym>
+void apply_group(factor_run<value_t> *run, thread_space<value_t> *space, target_block<value_t> *target, const update_group &group)
+{
+    const supernodal_structure &s = *run->s;
+    pending_update *pending = space->pending;
+    const int64_t q = group.rows, k = group.columns;
+    const int64_t leader = group.leader < 0 ? 0 : pending[group.leader].source;
+    const int64_t *list = leader == 0 ? target->row_list : supernode_row_list(s, leader) + (supernode_rows(s, leader) - q);
+    const update_place place = locate(space, target, list, q);
+
+    /* those with all rows, unless a pass over scattered entries costs more than the copy that saves it */
+    constexpr update_costs cost = costs_of<value_t>();
+    const double pass = cost.scattered * update_entries<kind>(q, k), copy = cost.copied * static_cast<double>(q);
+    const bool alone = pending[group.first].next < 0;
+    int64_t full[segment_limit], count = 0, used = 0, packed = -1, tail = -1;
+    for (int64_t m = group.first, next = -1; m >= 0 && !failed(run); m = next) {
+        next = pending[m].next;
+        const int64_t source = pending[m].source, width = supernode_columns(s, source);
+        const bool saves = place.scattered && !alone && static_cast<double>(width) * copy < pass;
+        if (pending[m].rows != q || (saves && width * packed_entries<kind>(q, k) <= space->buffer_entries)) {
+            if (tail >= 0)
+                pending[tail].next = m;
+            else
+                packed = m;
+            pending[m].next = -1;
+            tail = m;
+            continue;
+        }
+        const int64_t needed = kind == factor_kind::ldlt ? k * width : 0;
+        if (needed > space->buffer_entries) fail(run, -2);
+        if (count == segment_limit || used + needed > space->buffer_entries) {
+            apply_in_place<value_t, kind, sym>(run, space, *target, place, count, full);
+            count = used = 0;
+        }
+        full[count++] = source;
+        used += needed;
+    }
+    if (count > 0 && !failed(run)) apply_in_place<value_t, kind, sym>(run, space, *target, place, count, full);
+    if (packed < 0) return;
+    const bool renumber = leader != 0 && q != target->rows; /* offsets in the group's rows instead of the target's */
+    for (int64_t i = 0; renumber && i < q; ++i) space->relative[list[i] - 1] = i;
+    for (int64_t m = packed; m >= 0 && !failed(run);) m = apply_packed<value_t, kind, sym>(run, space, *target, place, m);
+    for (int64_t i = 0; renumber && i < q; ++i) space->relative[list[i] - 1] = place.scattered ? space->row_position[i] : place.offset + i;
 }
 
 } // namespace
@@ -173,34 +273,13 @@ void apply_sources(factor_run<value_t> *run, thread_space<value_t> *space, targe
 template <typename value_t, factor_kind kind, mirror sym>
 void flush_updates(factor_run<value_t> *run, thread_space<value_t> *space, target_block<value_t> *target)
 {
-    const int64_t count = space->group_count, q = space->group_rows;
-    if (count == 0) return;
-    space->group_count = 0;
-    const supernodal_structure &s = *run->s;
-    const int64_t leader = space->group_source[0];
-    const update_place place = locate(space, target, supernode_row_list(s, leader) + (supernode_rows(s, leader) - q), q);
-    bool one_column = true;
-    for (int64_t i = 0; i < count; ++i) one_column = one_column && supernode_columns(s, space->group_source[i]) == 1;
-    if (place.scattered && !one_column && q * place.columns > space->buffer_entries) {
-        fail(run, -2);
-        return;
-    }
-    if constexpr (kind != factor_kind::ldlt) {
-        apply_sources<value_t, kind, sym>(run, space, target, place, 0, count);
-    } else {
-        /* the scaled rows of the sources must fit the buffer together */
-        for (int64_t begin = 0, end = 0; begin < count && !failed(run); begin = end) {
-            int64_t used = 0;
-            for (; end < count; ++end) {
-                used += place.columns * supernode_columns(s, space->group_source[end]);
-                if (used > space->buffer_entries) break;
-            }
-            if (end == begin)
-                fail(run, -2);
-            else
-                apply_sources<value_t, kind, sym>(run, space, target, place, begin, end);
-        }
-    }
+    if (space->pending_count == 0) return;
+    for (int64_t i = 0; i < space->pending_count && !target->mapped; ++i)
+        if (space->pending[i].rows != target->rows) map_rows(space, target);
+    update_group group[group_count_limit];
+    const int64_t groups = make_groups<value_t, kind>(run, space, *target, group);
+    space->pending_count = 0;
+    for (int64_t g = 0; g < groups && !failed(run); ++g) apply_group<value_t, kind, sym>(run, space, target, group[g]);
 }
 
 namespace
@@ -262,15 +341,11 @@ bool apply_tiny(const factor_run<value_t> *run, thread_space<value_t> *space, ta
 template <typename value_t, factor_kind kind, mirror sym>
 void apply_update(factor_run<value_t> *run, thread_space<value_t> *space, target_block<value_t> *target, int64_t source, int64_t remaining)
 {
-    if (run->group_sources == 1) flush_updates<value_t, kind, sym>(run, space, target); /* in strict order nothing is overtaken */
+    if (space->pending_count == run->most_pending) flush_updates<value_t, kind, sym>(run, space, target); /* in strict order at once */
     if (apply_tiny<value_t, kind, sym>(run, space, target, source, remaining)) return;
     expect_block(*run->in->store, factor_side::lower, source);
     if constexpr (kind == factor_kind::lu) expect_block(*run->in->store, factor_side::upper, source);
-    const bool joins = space->group_count > 0 && space->group_count < run->group_sources && space->group_rows == remaining &&
-                       same_tail(*run->s, space->group_source[0], source);
-    if (!joins) flush_updates<value_t, kind, sym>(run, space, target);
-    space->group_source[space->group_count++] = source;
-    space->group_rows = remaining;
+    space->pending[space->pending_count++] = {source, remaining, 0, -1, -1};
 }
 
 #define INSTANTIATE(V, kind, sym)                                                                                                          \
