@@ -1,6 +1,9 @@
-/* Factors in files against factors in core: the same system in two processes, the second one under a quarter of the first one's memory
-   (max_core_size, and after the analysis the address space that the process may add to what it had with the matrix built). Prints times,
-   ratios, transfer rates and peak memory. ooc_bench [--quick] [folder for the files]: --quick takes small systems. */
+/* Factors in files against factors in core: the same system in two processes, the second one within a quarter of the memory that the first
+   one's handle held: max_core_size, the address space that the process may add to what it had with the matrix built, and a control group of
+   its own, page cache included, where one is given. Its solve reads files that are on the disk alone. Prints times, ratios, rates, peaks
+   and estimates. ooc_bench [--quick] [--case grid|elasticity] [--group FOLDER] [FOLDER of the files]
+   --quick takes small systems and half of the memory, since their analysis takes more of it; --group names an empty memory control group
+   that this process may write to. */
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -27,15 +30,16 @@ namespace
 struct figures {
     double analysis, factor, solve, error;
     int64_t need_kb; /* peak of what the handle held */
-    int64_t rss_kb, address_kb, estimate_kb, ooc_least_kb;
+    int64_t used_kb; /* what it held in the end */
+    int64_t rss_kb, address_kb, group_kb, estimate_kb, ooc_least_kb;
     int64_t written, read_factor, read_solve;
-    int64_t result;
+    int64_t core_mode, result;
+    double disk; /* bytes a second of one cold sequential read, just before the solve */
 };
 
 struct run_request {
-    int64_t core_mode, core_megabytes, address_megabytes; /* address space: 0 for no limit */
-    bool cold_solve;
-    std::string folder;
+    int64_t core_mode, core_megabytes, limit_megabytes; /* limit: 0 for none */
+    std::string folder, group;
 };
 
 int64_t status_kb(const char *key)
@@ -107,14 +111,59 @@ void prepare_process(const run_request &request)
     mallopt(M_ARENA_MAX, 1);
     setenv("WKL_SOLVARA_OOC_PATH", (request.folder + "/part").c_str(), 1);
     setenv("WKL_SOLVARA_OOC_MAX_CORE_SIZE", std::to_string(request.core_megabytes).c_str(), 1);
-    setenv("WKL_SOLVARA_OOC_KEEP_FILE", request.cold_solve ? "0" : "1", 1);
+    setenv("WKL_SOLVARA_OOC_KEEP_FILE", "0", 1); /* by their names the files can be put out of memory */
 }
 
-void limit_address_space(int64_t start_kb, int64_t megabytes)
+void write_value(const std::string &path, int64_t value)
 {
-    const auto bytes = static_cast<rlim_t>((start_kb << 10) + (megabytes << 20));
+    std::FILE *file = std::fopen(path.c_str(), "w");
+    if (file == nullptr) return;
+    std::fprintf(file, "%lld", static_cast<long long>(value));
+    std::fclose(file);
+}
+
+/* Control groups of version 1 and 2 differ in the names of their files. */
+void limit_memory(const run_request &request, int64_t start_kb)
+{
+    if (!request.group.empty()) {
+        for (const char *name : {"/memory.limit_in_bytes", "/memory.max"}) write_value(request.group + name, request.limit_megabytes << 20);
+        write_value(request.group + "/cgroup.procs", getpid());
+    }
+    const auto bytes = static_cast<rlim_t>((start_kb << 10) + (request.limit_megabytes << 20));
     const rlimit limit = {bytes, bytes};
     setrlimit(RLIMIT_AS, &limit);
+}
+
+int64_t group_peak_kb(const std::string &group)
+{
+    long long bytes = 0;
+    for (const char *name : {"/memory.max_usage_in_bytes", "/memory.peak"}) {
+        std::FILE *file = group.empty() ? nullptr : std::fopen((group + name).c_str(), "r");
+        if (file == nullptr) continue;
+        if (std::fscanf(file, "%lld", &bytes) != 1) bytes = 0;
+        std::fclose(file);
+    }
+    return bytes / 1024;
+}
+
+/* Bytes a second of one cold sequential read of 256 MB. */
+double disk_rate(const std::string &folder, std::vector<char> *block)
+{
+    const std::string name = folder + "/rate";
+    const int blocks = 256, file = open(name.c_str(), O_CREAT | O_RDWR | O_TRUNC, 0600);
+    if (file < 0) return 0;
+    for (int i = 0; i < blocks; ++i)
+        if (write(file, block->data(), block->size()) < 0) return 0;
+    (void)fsync(file);
+    (void)posix_fadvise(file, 0, 0, POSIX_FADV_DONTNEED);
+    (void)lseek(file, 0, SEEK_SET);
+    const double start = bench_seconds();
+    int64_t got = 0;
+    for (ssize_t part = 1; part > 0; got += part) part = read(file, block->data(), block->size());
+    const double seconds = bench_seconds() - start;
+    close(file);
+    (void)unlink(name.c_str());
+    return static_cast<double>(got) / seconds;
 }
 
 figures measure(const market_matrix &lower, const run_request &request)
@@ -122,6 +171,7 @@ figures measure(const market_matrix &lower, const run_request &request)
     prepare_process(request);
     figures out{};
     host h;
+    std::vector<char> block(1 << 20, 1);
     h.matrix = market_transpose(lower);
     const auto n = static_cast<size_t>(h.matrix.rows);
     h.x.assign(n, 0.0);
@@ -134,15 +184,20 @@ figures measure(const market_matrix &lower, const run_request &request)
     {
     } /* the threads and their stacks are the process's own */
     const int64_t start_kb = status_kb("VmSize:"), start_rss = status_kb("VmRSS:");
+    const bool limited = request.limit_megabytes > 0;
+    if (limited) limit_memory(request, start_kb);
     out.result = h.call(11, &out.analysis);
-    if (request.address_megabytes > 0) limit_address_space(start_kb, request.address_megabytes);
     if (out.result == 0) out.result = h.call(22, &out.factor);
-    if (request.cold_solve) drop_from_memory(request.folder);
-    if (out.result == 0) out.result = h.call(33, &out.solve);
-    const auto *state = static_cast<const solver_state *>(h.handle[1]);
     out.address_kb = status_kb("VmPeak:") - start_kb;
     out.rss_kb = status_kb("VmHWM:") - start_rss;
+    out.group_kb = limited ? group_peak_kb(request.group) : 0;
+    if (limited) out.disk = disk_rate(request.folder, &block);
+    drop_from_memory(request.folder);
+    if (out.result == 0) out.result = h.call(33, &out.solve);
+    const auto *state = static_cast<const solver_state *>(h.handle[1]);
+    out.core_mode = state->core_mode;
     out.need_kb = state->memory_peak / 1024;
+    out.used_kb = state->memory_current / 1024;
     out.estimate_kb = state->ooc->incore_estimate;
     out.ooc_least_kb = state->ooc->ooc_min_kb + state->ooc->ooc_solve_kb;
     out.written = state->ooc->written_factor;
@@ -161,6 +216,7 @@ figures measure_apart(const market_matrix &matrix, const run_request &request)
     figures out{};
     out.result = -1000;
     if (pipe(ends) != 0) return out;
+    std::fflush(stdout);
     const pid_t child = fork();
     if (child == 0) {
         const figures mine = measure(matrix, request);
@@ -174,73 +230,70 @@ figures measure_apart(const market_matrix &matrix, const run_request &request)
     return out;
 }
 
-/* Bytes a second of one cold sequential read of 256 MB. */
-double disk_rate(const std::string &folder)
-{
-    const std::string name = folder + "/rate";
-    std::vector<char> block(4 << 20, 1);
-    const int blocks = 64, file = open(name.c_str(), O_CREAT | O_RDWR | O_TRUNC, 0600);
-    if (file < 0) return 0;
-    for (int i = 0; i < blocks; ++i)
-        if (write(file, block.data(), block.size()) < 0) return 0;
-    (void)fsync(file);
-    (void)posix_fadvise(file, 0, 0, POSIX_FADV_DONTNEED);
-    (void)lseek(file, 0, SEEK_SET);
-    const double start = bench_seconds();
-    int64_t got = 0;
-    for (ssize_t part = 1; part > 0; got += part) part = read(file, block.data(), block.size());
-    const double seconds = bench_seconds() - start;
-    close(file);
-    (void)unlink(name.c_str());
-    return static_cast<double>(got) / seconds;
-}
-
 std::string megabytes(double bytes)
 {
     return bench_number(bytes / 1e6, 1);
 }
 
-void add_row(bench_table *table, const std::string &name, const std::string &mode, const figures &f, const figures &base, double disk)
+void add_row(bench_table *table, const std::string &name, const std::string &mode, const figures &f, const figures &base)
 {
     const double rate = f.read_solve == 0 ? 0 : static_cast<double>(f.read_solve) / f.solve;
-    table->rows.push_back({name, mode, std::to_string(f.result), bench_number(f.analysis, 2), bench_number(f.factor, 2),
-                           bench_number(f.factor / base.factor, 2), bench_number(f.solve, 3), megabytes(static_cast<double>(f.written)),
-                           megabytes(static_cast<double>(f.read_factor)), megabytes(static_cast<double>(f.read_solve)), megabytes(rate),
-                           bench_number(disk > 0 ? rate / disk : 0, 2), std::to_string(f.need_kb / 1024), std::to_string(f.rss_kb / 1024),
-                           std::to_string(f.address_kb / 1024), std::to_string(f.estimate_kb / 1024), std::to_string(f.ooc_least_kb / 1024),
-                           bench_number(f.error * 1e16, 2)});
+    table->rows.push_back({name, mode, std::to_string(f.result), std::to_string(f.core_mode), bench_number(f.analysis, 2),
+                           bench_number(f.factor, 2), bench_number(f.factor / base.factor, 2), bench_number(f.solve, 3),
+                           megabytes(static_cast<double>(f.written)), megabytes(static_cast<double>(f.read_factor)),
+                           megabytes(static_cast<double>(f.read_solve)), megabytes(rate), bench_number(f.disk > 0 ? rate / f.disk : 0, 2),
+                           std::to_string(f.need_kb / 1024), std::to_string(f.rss_kb / 1024), std::to_string(f.address_kb / 1024),
+                           std::to_string(f.group_kb / 1024), bench_number(f.error * 1e16, 2)});
+}
+
+struct bench_options {
+    bool quick = false;
+    std::string only, group, folder = ".";
+};
+
+bench_options read_options(int count, char **arguments)
+{
+    bench_options options;
+    for (int i = 1; i < count; ++i) {
+        const std::string word = arguments[i];
+        if (word == "--quick")
+            options.quick = true;
+        else if (word == "--case" && i + 1 < count)
+            options.only = arguments[++i];
+        else if (word == "--group" && i + 1 < count)
+            options.group = arguments[++i];
+        else
+            options.folder = word;
+    }
+    return options;
 }
 
 } // namespace
 
 int main(int count, char **arguments)
 {
-    bool quick = false;
-    std::string folder = ".";
-    for (int i = 1; i < count; ++i) {
-        if (std::string(arguments[i]) == "--quick")
-            quick = true;
-        else
-            folder = arguments[i];
-    }
-    std::string work = folder + "/ooc_bench_XXXXXX";
+    const bench_options options = read_options(count, arguments);
+    std::string work = options.folder + "/ooc_bench_XXXXXX";
     if (mkdtemp(work.data()) == nullptr) return 1;
     bench_table table;
-    table.head = {"matrix",    "mode",       "result",  "analysis s", "factor s", "ratio",    "solve s",     "written MB", "read f MB",
-                  "read s MB", "solve MB/s", "of disk", "held MB",    "RSS MB",   "space MB", "in-core est", "ooc least",  "error e-16"};
-    const double disk = disk_rate(work);
+    table.head = {"matrix",    "limit",     "result",     "core mode", "analysis s", "factor s", "ratio",    "solve s",  "written MB",
+                  "read f MB", "read s MB", "solve MB/s", "of disk",   "held MB",    "RSS MB",   "space MB", "group MB", "error e-16"};
     const auto run = [&](const std::string &name, const market_matrix &matrix) {
-        const figures in = measure_apart(matrix, {0, 0, 0, false, work});
-        const int64_t quarter = in.need_kb / 4 / 1024 + 1, core = quarter * 9 / 10; /* the allocator and the runtime take the rest */
-        add_row(&table, name, "in core", in, in, disk);
-        add_row(&table, name, std::to_string(quarter) + " MB", measure_apart(matrix, {2, core, quarter, false, work}), in, disk);
-        add_row(&table, name, std::to_string(quarter) + " MB cold", measure_apart(matrix, {2, core, 0, true, work}), in, disk);
+        const figures in = measure_apart(matrix, {0, 0, 0, work, {}});
+        const int64_t part = in.need_kb / (options.quick ? 2 : 4) / 1024 + 1,
+                      core = part * 9 / 10; /* the allocator and the runtime take the rest */
+        const figures out = measure_apart(matrix, {1, core, part, work, options.group});
+        add_row(&table, name, "none", in, in);
+        add_row(&table, name, std::to_string(part) + " MB", out, in);
+        std::printf("%s: in-core estimate %lld MB, used %lld; least out of core %lld MB, used %lld with %lld allowed\n", name.c_str(),
+                    static_cast<long long>(in.estimate_kb / 1024), static_cast<long long>(in.used_kb / 1024),
+                    static_cast<long long>(out.ooc_least_kb / 1024), static_cast<long long>(out.used_kb / 1024),
+                    static_cast<long long>(core));
     };
-    const int64_t side = quick ? 40 : 70, bricks = quick ? 16 : 35;
-    run("grid " + std::to_string(side) + "^3", grid_3d_7(side, side, side));
-    run("elasticity " + std::to_string(bricks) + "^3", elasticity(bricks, bricks, bricks));
+    const int64_t side = options.quick ? 40 : 70, bricks = options.quick ? 20 : 35;
+    if (options.only != "elasticity") run("grid " + std::to_string(side) + "^3", grid_3d_7(side, side, side));
+    if (options.only != "grid") run("elasticity " + std::to_string(bricks) + "^3", elasticity(bricks, bricks, bricks));
     bench_print(table);
-    std::printf("disk, cold sequential read: %s MB/s\n", megabytes(disk).c_str());
     std::filesystem::remove_all(work);
     return 0;
 }
