@@ -23,9 +23,10 @@ inline void use_threads(int32_t threads)
 using entry_map = std::map<std::pair<int64_t, int64_t>, std::complex<double>>;
 
 /* Points of an nx by ny by nz grid with their 6 neighbours and some far ones; symmetric, Hermitian, or only so in pattern, as the type
-   asks. Well conditioned: rows are dominated by their diagonal; or (indefinite types) some by the entry between two points with the same
-   neighbours, where a 2 by 2 pivot serves best; or (11, 13) by an entry next to the diagonal. */
-inline entry_map generated_entries(int64_t type, int64_t nx, int64_t ny, int64_t nz, unsigned seed)
+   asks. Well conditioned: rows are dominated by their diagonal; or (indefinite types) some, with a zero diagonal, by the entry between two
+   points, where only a 2 by 2 pivot serves; or (11, 13) by an entry next to the diagonal. twins: two such points have the same neighbours,
+   so that they come together even without matching. */
+inline entry_map generated_entries(int64_t type, int64_t nx, int64_t ny, int64_t nz, unsigned seed, bool twins = true)
 {
     std::mt19937 random(seed);
     std::uniform_real_distribution<double> u(-1, 1);
@@ -45,6 +46,7 @@ inline entry_map generated_entries(int64_t type, int64_t nx, int64_t ny, int64_t
     };
     const auto connect = [&](int64_t i, int64_t j) {
         if (i == j || j >= n || j == partner(i)) return;
+        if (!twins) return join(i, j);
         for (const int64_t one : {i, partner(i)})
             for (const int64_t other : {j, partner(j)}) join(one, other);
     };
@@ -62,7 +64,7 @@ inline entry_map generated_entries(int64_t type, int64_t nx, int64_t ny, int64_t
         if (pairs && !hermitian) d *= std::polar(1.0, 0.3 * u(random));
         if (partner(i) > i) {
             const std::complex<double> off(2 * (sum[static_cast<size_t>(i)] + sum[static_cast<size_t>(i + 1)]), pairs ? 0.5 : 0.0);
-            a[{i, i}] = a[{i + 1, i + 1}] = 0.7 * sign * std::abs(off);
+            a[{i, i}] = a[{i + 1, i + 1}] = 0.0;
             a[{i, i + 1}] = off;
             a[{i + 1, i}] = hermitian ? std::conj(off) : off;
         }

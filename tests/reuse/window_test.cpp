@@ -37,7 +37,7 @@ TEST(window, marked_unknowns_are_those_of_the_full_solve)
                 s.load();
                 ASSERT_EQ(s.call(33), 0);
                 const auto full = s.unpack(s.x);
-                EXPECT_LE(backward_error(a, 0, n, s.rhs, full), 1e-14);
+                EXPECT_LE(backward_error(a, 0, n, s.rhs, full), 1e-13); /* neither matching nor refinement: the factors may grow */
                 double largest = 0;
                 for (const auto &v : full) largest = std::max(largest, std::abs(v));
                 for (size_t i = 0; i < full.size(); ++i) {
