@@ -61,6 +61,21 @@ TYPED_TEST(factorization_of, every_type_rebuilds_the_matrix_with_every_driver)
         }
 }
 
+/* A front's columns added to the wrong member, missing rows of a source that rides with others not zero: long chains of narrow supernodes,
+   wide enough for a front, with sources of all lengths below. */
+TYPED_TEST(factorization_of, chains_of_narrow_supernodes_rebuild_the_matrix)
+{
+    for (const int64_t type : types_of<TypeParam>())
+        for (const int64_t threads : {1, 2}) {
+            const auto q = make_problem<TypeParam>(type, {220, 0.012, 5, threads, 11, -1, type > 10}, threads - 1);
+            factorization<TypeParam> f;
+            prepare(q, threads, &f);
+            numeric_dispatch(&f.input, &f.result);
+            ASSERT_EQ(f.result.error, 0) << type;
+            EXPECT_LE(rebuild_error(q, f), tolerance<TypeParam>(4)) << "type " << type << " threads " << threads;
+        }
+}
+
 /* Row exchanges and 2x2 pivots that are not carried to the right rows, columns or panels. The diagonal is weak, so that both occur. */
 TYPED_TEST(factorization_of, pivoted_types_rebuild_a_matrix_with_weak_diagonal)
 {
