@@ -11,6 +11,7 @@ namespace
 
 constexpr int64_t most_vectors = 1024; /* slots of a vector table; no team is asked to be larger */
 constexpr int32_t vector_alignment = 128;
+constexpr int64_t piece_length = 512; /* entries of a reduction at a time */
 
 /* One call: the arguments and the size of y. */
 template <typename value_t>
@@ -35,6 +36,13 @@ row_range rows_of_thread(int64_t m, int64_t p, int64_t t)
     return {t * block + 1, t == p - 1 ? m : (t + 1) * block};
 }
 
+/* Work through entries in pieces that stay in the first-level cache. */
+template <typename work_t>
+void for_each_piece(row_range entries, const work_t &work)
+{
+    for (int64_t e = entries.first; e <= entries.last; e += piece_length) work(row_range{e, std::min(e + piece_length - 1, entries.last)});
+}
+
 /* Threads for the forms that pay for private vectors. */
 int capped_thread_count(int64_t m)
 {
@@ -43,34 +51,26 @@ int capped_thread_count(int64_t m)
     return static_cast<int>(std::min({count, int64_t{8}, std::max(m / 100, int64_t{1})}));
 }
 
-/* All rows by the calling thread, on the caller's y. */
-template <typename value_t>
-void run_serial(csr_row_body<value_t> *body, const product<value_t> &q)
-{
-    body(1, q.m, 1, q.y_length, q.alpha, q.a, q.ja, q.pntrb, q.pntre, q.x, q.y, q.beta);
-}
-
 /* Each thread computes the entries of y that belong to its rows. */
 template <typename value_t>
 void run_own_rows(csr_row_body<value_t> *body, const product<value_t> &q)
 {
+    const auto run = [&](row_range rows) { body(rows.first, rows.last, q.alpha, q.a, q.ja, q.pntrb, q.pntre, q.x, q.y, q.beta); };
     const int team = service_max_threads();
     if (team <= 1) {
-        run_serial(body, q);
+        run({1, q.m});
         return;
     }
 #pragma omp parallel num_threads(team)
-    {
-        const row_range rows = rows_of_thread(q.m, omp_get_num_threads(), omp_get_thread_num());
-        body(rows.first, rows.last, 1, 0, q.alpha, q.a, q.ja, q.pntrb, q.pntre, q.x, q.y, q.beta);
-    }
+    run(rows_of_thread(q.m, omp_get_num_threads(), omp_get_thread_num()));
 }
 
 /* Thread 0 works on y, every other one on a vector as long as y; all vectors come from one allocation. The threads then share the entries
-   of y between them, each adding the vectors in ascending order. */
-template <typename value_t>
-void run_full_vectors(csr_row_body<value_t> *body, const product<value_t> &q)
+   of y between them, each adding the vectors in ascending order. `work(rows, vector)` adds the products of the rows to a scaled vector. */
+template <typename value_t, typename work_t>
+void run_full_vectors(const product<value_t> &q, const work_t &work)
 {
+    const csr_bodies<value_t> &bodies = csr_bodies_chosen<value_t>();
     const int team = capped_thread_count(q.m);
     value_t *vectors = nullptr;
     int64_t bytes = 0;
@@ -78,101 +78,145 @@ void run_full_vectors(csr_row_body<value_t> *body, const product<value_t> &q)
         vectors = static_cast<value_t *>(service_alloc(static_cast<uint64_t>(bytes), vector_alignment));
     }
     if (vectors == nullptr) {
-        run_serial(body, q);
+        bodies.scale(q.y_length, q.beta, q.y);
+        work(row_range{1, q.m}, q.y);
         return;
     }
-    const value_t *table[most_vectors];
-    for (int64_t s = 0; s < team - 1; ++s) table[s] = vectors + s * q.y_length;
-    csr_reduce_body<value_t> *reduce = csr_bodies_chosen<value_t>().reduce;
 #pragma omp parallel num_threads(team)
     {
         const int64_t p = omp_get_num_threads(), t = omp_get_thread_num();
-        const row_range rows = rows_of_thread(q.m, p, t);
         value_t *target = t == 0 ? q.y : vectors + (t - 1) * q.y_length;
-        body(rows.first, rows.last, 1, q.y_length, q.alpha, q.a, q.ja, q.pntrb, q.pntre, q.x, target, t == 0 ? q.beta : value_t(0));
+        bodies.scale(q.y_length, t == 0 ? q.beta : value_t(0), target);
+        work(rows_of_thread(q.m, p, t), target);
 #pragma omp barrier
-        const row_range entries = rows_of_thread(q.y_length, p, t);
-        reduce(entries.last - entries.first + 1, p - 1, table, entries.first - 1, 0, q.y + entries.first - 1);
+        for_each_piece(rows_of_thread(q.y_length, p, t), [&](row_range piece) {
+            for (int64_t s = 0; s < p - 1; ++s) {
+                bodies.add(piece.last - piece.first + 1, vectors + s * q.y_length + piece.first - 1, q.y + piece.first - 1);
+            }
+        });
     }
     service_free(vectors);
 }
 
-/* Block i (1..p-1) of the reduction, part `part` of `parts`: adds up the vectors that reach the block, in ascending order of their threads.
-   Lower: entries (i-1)c+1 .. ic receive threads i-1 .. p-2, whose vectors start at entry 1. Upper: the rows of thread i receive threads
-   1 .. i, whose vectors start at their own first rows. */
-template <bool upper, typename value_t>
-void reduce_block_part(const product<value_t> &q, value_t *const *table, int64_t p, int64_t i, int64_t part, int64_t parts)
+/* ---- one stored triangle ----
+
+   Thread t writes its own rows into y and what its rows send to the rows of others into a private vector. These stand before its first row
+   (lower) or behind its last one (upper), so that vectors are as long as the rows can reach, and one thread, the first or the last, has
+   none. Only the entries that were reached are ever touched. The sums of an entry are added in an order of their own: first those of the
+   leading thread, which bring beta * y (the last thread for lower, the first one for upper), then those of the others as they follow. */
+
+template <typename value_t>
+void run_triangle_rows(csr_mirror_body<value_t> *body, const product<value_t> &q, row_range rows, value_t beta,
+                       csr_outside<value_t> *outside)
 {
-    csr_reduce_body<value_t> *reduce = csr_bodies_chosen<value_t>().reduce;
-    const int64_t block = q.m / p;
-    const row_range rows = rows_of_thread(q.m, p, upper ? i : i - 1);
-    const row_range share = rows_of_thread(rows.last - rows.first + 1, parts, part); /* entries within the block */
-    const int64_t length = share.last - share.first + 1;
-    value_t *y = q.y + (rows.first - 1) + (share.first - 1);
+    body(rows.first, rows.last, q.alpha, q.a, q.ja, q.pntrb, q.pntre, q.x, q.y, beta, outside);
+}
+
+/* The private vector of a thread with these rows, from its own pool; its value is null when there is no memory, or no entry to hold. */
+template <bool upper, typename value_t>
+csr_outside<value_t> make_outside(int64_t m, row_range rows)
+{
+    csr_outside<value_t> outside = {nullptr, upper ? rows.last + 1 : 1, upper ? m : rows.first - 1, rows.last + 1, rows.first - 1};
     if (upper)
-        reduce(length, i, table + 1, (i - 1) * block + share.first - 1, -block, y);
+        outside.last = rows.last;
     else
-        reduce(length, p - i, table + i - 1, (i - 1) * block + share.first - 1, 0, y);
+        outside.first = rows.first;
+    const int64_t length = outside.room_last - outside.room_first + 1;
+    outside.value = static_cast<value_t *>(service_alloc(static_cast<uint64_t>(length) * sizeof(value_t), vector_alignment));
+    return outside;
 }
 
-/* A thread's turn on its rows: the thread that owns y scales all of it, the others fill the vector they hold from zero. A row of the lower
-   triangle reaches back to entry 1, so a private vector ends at the thread's last row; one of the upper triangle reaches forward. */
-template <bool upper, typename value_t>
-void run_thread_rows(csr_row_body<value_t> *body, const product<value_t> &q, value_t *const *table, int64_t p, int64_t t)
+/* Start the leading thread's vector from beta * y, which the other threads are about to overwrite. With a beta of 0 it starts as it is
+   reached, like all others. */
+template <typename value_t>
+void start_from_y(const product<value_t> &q, csr_outside<value_t> *outside)
 {
-    const row_range rows = rows_of_thread(q.m, p, t);
-    const bool owner = upper ? t == 0 : t == p - 1;
-    const int64_t origin = upper ? rows.first : 1;
-    const int64_t length = upper ? q.m - rows.first + 1 : rows.last;
-    if (owner)
-        body(rows.first, rows.last, 1, q.m, q.alpha, q.a, q.ja, q.pntrb, q.pntre, q.x, q.y, q.beta);
-    else
-        body(rows.first, rows.last, origin, length, q.alpha, q.a, q.ja, q.pntrb, q.pntre, q.x + origin - 1, table[t], value_t(0));
+    if (q.beta == value_t(0)) return;
+    const int64_t length = outside->room_last - outside->room_first + 1;
+    std::copy_n(q.y + outside->room_first - 1, length, outside->value);
+    csr_bodies_chosen<value_t>().scale(length, q.beta, outside->value);
+    outside->first = outside->room_first;
+    outside->last = outside->room_last;
 }
 
-/* One stored triangle, each thread with a vector only as long as its rows can reach, from its own pool. */
+/* sum += the entries of `outside` that were reached; sum[0] stands for column piece.first. */
+template <typename value_t>
+void add_reached(const csr_outside<value_t> &outside, row_range piece, value_t *sum)
+{
+    const int64_t first = std::max(piece.first, outside.first), last = std::min(piece.last, outside.last);
+    if (first > last) return;
+    csr_bodies_chosen<value_t>().add(last - first + 1, outside.value + (first - outside.room_first), sum + (first - piece.first));
+}
+
+/* Bring the sums for a piece of the rows of thread `owner`, which stand in y, together with what the other threads send there. */
 template <bool upper, typename value_t>
-void run_triangle_vectors(csr_row_body<value_t> *body, const product<value_t> &q)
+void reduce_piece(const product<value_t> &q, const csr_outside<value_t> *outside, int64_t p, int64_t owner, row_range piece)
+{
+    value_t *y = q.y + piece.first - 1;
+    if (upper && owner > 1) { /* threads 0, 1, .. and then the owner */
+        value_t sum[piece_length] = {};
+        for (int64_t t = 0; t < owner; ++t) add_reached(outside[t], piece, sum);
+        csr_bodies_chosen<value_t>().add(piece.last - piece.first + 1, sum, y);
+    } else if (upper) {
+        add_reached(outside[0], piece, y);
+    } else { /* the last thread, the owner and then the ones between them */
+        add_reached(outside[p - 1], piece, y);
+        for (int64_t t = owner + 1; t < p - 1; ++t) add_reached(outside[t], piece, y);
+    }
+}
+
+/* Part `part` of `parts` of the rows of one thread. */
+template <bool upper, typename value_t>
+void reduce_part(const product<value_t> &q, const csr_outside<value_t> *outside, int64_t p, int64_t owner, int64_t part, int64_t parts)
+{
+    const row_range rows = rows_of_thread(q.m, p, owner);
+    const row_range share = rows_of_thread(rows.last - rows.first + 1, parts, part);
+    for_each_piece({rows.first + share.first - 1, rows.first + share.last - 1},
+                   [&](row_range piece) { reduce_piece<upper>(q, outside, p, owner, piece); });
+}
+
+template <bool upper, typename value_t>
+void run_triangle(csr_mirror_body<value_t> *body, const product<value_t> &q)
 {
     const int team = capped_thread_count(q.m);
-    if (team <= 1) {
-        run_serial(body, q);
-        return;
-    }
-    value_t *table[most_vectors];
-    int64_t failed = 0;
+    csr_outside<value_t> outside[most_vectors];
+    int64_t failed = team <= 1;
+    if (team > 1) {
 #pragma omp parallel num_threads(team)
-    {
-        const int64_t p = omp_get_num_threads(), t = omp_get_thread_num();
-        const row_range rows = rows_of_thread(q.m, p, t);
-        const bool owner = upper ? t == 0 : t == p - 1;
-        table[t] = nullptr;
-        if (!owner) {
-            const int64_t length = upper ? q.m - rows.first + 1 : rows.last;
-            table[t] = static_cast<value_t *>(service_alloc(static_cast<uint64_t>(length) * sizeof(value_t), vector_alignment));
-            if (table[t] == nullptr) {
+        {
+            const int64_t p = omp_get_num_threads(), t = omp_get_thread_num();
+            const int64_t leading = upper ? 0 : p - 1, without = upper ? p - 1 : 0;
+            const row_range rows = rows_of_thread(q.m, p, t);
+            outside[t] = {};
+            if (t != without) {
+                outside[t] = make_outside<upper, value_t>(q.m, rows);
+                if (outside[t].value == nullptr) {
 #pragma omp atomic write
-                failed = 1;
+                    failed = 1;
+                } else if (t == leading)
+                    start_from_y(q, &outside[t]);
             }
-        }
 #pragma omp barrier
-        if (failed == 0) { /* nobody writes it any more */
-            run_thread_rows<upper>(body, q, table, p, t);
+            if (failed == 0) { /* nobody writes it any more */
+                run_triangle_rows(body, q, rows, t == leading ? q.beta : value_t(0), &outside[t]);
 #pragma omp barrier
-            if (q.m < 1001) {
+                if (q.m < 1001) {
 #pragma omp single
-                for (int64_t i = 1; i < p; ++i) reduce_block_part<upper>(q, table, p, i, 0, 1);
-            } else {
-                /* Blocks are cut into a part for each thread: with two threads there is but one block. */
+                    for (int64_t i = 0; i < p - 1; ++i) reduce_part<upper>(q, outside, p, upper ? i + 1 : i, 0, 1);
+                } else {
+                    /* Rows of a thread are cut into a part for each thread: with two threads there is but one that receives. */
 #pragma omp for schedule(static)
-                for (int64_t piece = 0; piece < (p - 1) * p; ++piece) {
-                    reduce_block_part<upper>(q, table, p, piece / p + 1, piece % p, p);
+                    for (int64_t piece = 0; piece < (p - 1) * p; ++piece) {
+                        reduce_part<upper>(q, outside, p, upper ? piece / p + 1 : piece / p, piece % p, p);
+                    }
                 }
             }
+            service_free(outside[t].value);
         }
-        service_free(table[t]);
     }
-    if (failed != 0) run_serial(body, q);
+    if (failed == 0) return;
+    csr_outside<value_t> none = {nullptr, 1, 0, upper ? q.m + 1 : 1, upper ? q.m : 0};
+    run_triangle_rows(body, q, {1, q.m}, q.beta, &none);
 }
 
 template <typename value_t>
@@ -185,13 +229,16 @@ void multiply_mirrored(const csr_form &form, const product<value_t> &q)
     }
     const int diagonal = skew ? diagonal_skew : form.diagonal == csr_diagonal::unit ? diagonal_unit : diagonal_stored;
     const bool upper = form.triangle == csr_triangle::upper;
-    csr_row_body<value_t> *body = csr_bodies_chosen<value_t>().mirrored[upper ? side_upper : side_lower][diagonal][conjugation];
-    if (diagonal != diagonal_stored)
-        run_full_vectors(body, q);
-    else if (upper)
-        run_triangle_vectors<true>(body, q);
+    csr_mirror_body<value_t> *body = csr_bodies_chosen<value_t>().mirrored[upper ? side_upper : side_lower][diagonal][conjugation];
+    if (diagonal != diagonal_stored) {
+        run_full_vectors(q, [&](row_range rows, value_t *vector) {
+            csr_outside<value_t> outside = {vector, 1, q.m, upper ? rows.last + 1 : 1, upper ? q.m : rows.first - 1};
+            body(rows.first, rows.last, q.alpha, q.a, q.ja, q.pntrb, q.pntre, q.x, vector, value_t(1), &outside);
+        });
+    } else if (upper)
+        run_triangle<true>(body, q);
     else
-        run_triangle_vectors<false>(body, q);
+        run_triangle<false>(body, q);
 }
 
 } // namespace
@@ -206,17 +253,22 @@ void csr_product(const csr_form &form, int64_t m, int64_t k, value_t alpha, cons
     const int unit = form.diagonal == csr_diagonal::unit;
     const int side = form.triangle == csr_triangle::upper ? side_upper : side_lower;
     product<value_t> q = {m, m, alpha, beta, a, ja, pntrb, pntre, x, y};
+    const auto run_scatter = [&](csr_row_body<value_t> *body) {
+        run_full_vectors(q, [&](row_range rows, value_t *vector) {
+            body(rows.first, rows.last, q.alpha, q.a, q.ja, q.pntrb, q.pntre, q.x, vector, value_t(1));
+        });
+    };
     switch (form.structure) {
     case csr_structure::general:
         if (transposed) q.y_length = k;
         if (transposed)
-            run_full_vectors(bodies.scatter[side_all][diagonal_stored][conjugated], q);
+            run_scatter(bodies.scatter[side_all][diagonal_stored][conjugated]);
         else
             run_own_rows(bodies.gather[side_all][diagonal_stored][0], q);
         break;
     case csr_structure::triangular:
         if (transposed)
-            run_full_vectors(bodies.scatter[side][unit][conjugated], q);
+            run_scatter(bodies.scatter[side][unit][conjugated]);
         else
             run_own_rows(bodies.gather[side][unit][0], q);
         break;
