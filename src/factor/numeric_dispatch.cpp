@@ -47,7 +47,7 @@ void run_driver(factor_run<value_t> *run, void *work)
         serial_driver<value_t, kind, sym>(run, work);
     else if (in.single_thread != 0)
         return;
-    else if (in.store->pager != nullptr && in.store->pager->target_limit > 0)
+    else if (in.store->pager != nullptr && in.store->pager->admits != nullptr)
         paged_region<value_t, kind, sym>(run, work);
     else if (in.lists->two_level == 0)
         single_level_region<value_t, kind, sym>(run, work);

@@ -3,27 +3,32 @@
 #include <algorithm>
 
 /* The driver for factors in files. It reads as little as it can: small subtrees, whose blocks stay in the windows, go to one thread each;
-   above them the successive supernodes of a chain of the tree (the panels of a separator) are assembled together, so that a source is
-   read once for all of them. All threads work on one chain: each owns some of its supernodes and applies the sources to these.
+   above them as many supernodes as half of the windows hold are assembled together, a batch, so that a source is read once for all of
+   them. All threads work on one batch: on its members, or on the sources that come in.
 
-   status of a supernode: minus the first supernode of a subtree at its root, 0 inside a subtree, and above the subtrees the first
-   supernode of its chain. The list of sources of a chain hangs at its first supernode. The numbering need not be a postorder: all that
-   counts is that children come before parents. */
+   The order in which a supernode receives its sources does not depend on where batches end: those of the subtrees, those above them, each
+   ascending. The numbering need not be a postorder: all that counts is that children come before parents. */
 
 namespace
 {
 
-constexpr int64_t chain_limit = 64;
+constexpr int64_t member_limit = 256, source_limit = 2048;
+
+struct source_group {
+    int64_t count, number[source_limit];
+};
 
 template <typename value_t>
-struct chain_state {
+struct batch_state {
     const supernodal_structure *s;
-    int64_t *status; /* [supernodes] */
-    source_lists lists;
-    int64_t threads, batch_bytes;
-    int64_t first, count; /* supernodes of the chain at work */
-    target_block<value_t> member[chain_limit];
-    bool open[chain_limit];
+    int64_t *status; /* [supernodes] minus the first supernode of a subtree at its root, 0 inside a subtree, 1 above the subtrees */
+    int64_t *waits;  /* [supernodes] of a finished one: the supernode above the subtrees that it updates next; 0: none */
+    int64_t group_bytes;
+    int64_t last, count; /* members */
+    target_block<value_t> member[member_limit];
+    int64_t pass, cursor; /* of the search for sources */
+    source_group group[2];
+    source_group *current, *following;
 };
 
 int64_t block_entries(const supernodal_structure &s, int64_t number, bool two_sides)
@@ -32,14 +37,14 @@ int64_t block_entries(const supernodal_structure &s, int64_t number, bool two_si
     return (two_sides ? 2 * rows - columns : rows) * columns;
 }
 
-/* Cut the tree. limit: entries of a subtree; longest: supernodes of a chain. next: links the supernodes of a subtree, ascending; a
-   supernode's word is free once it is done. size and root are scratch of supernodes words. */
-void cut_tree(const supernodal_structure &s, bool two_sides, int64_t limit, int64_t longest, int64_t *size, int64_t *root, int64_t *status,
-              int64_t *next)
+/* Cut the tree. limit: entries of a subtree. next: links the supernodes of a subtree, ascending; a supernode's word is free once it is
+   done. size and root are scratch of supernodes words. */
+void cut_tree(const supernodal_structure &s, bool two_sides, int64_t limit, int64_t *size, int64_t *root, int64_t *status, int64_t *next)
 {
-    for (int64_t i = 1; i <= s.supernodes; ++i) size[i - 1] = status[i - 1] = 0;
+    for (int64_t i = 1; i <= s.supernodes; ++i) size[i - 1] = next[i - 1] = 0;
     for (int64_t i = 1; i <= s.supernodes; ++i) {
         size[i - 1] += block_entries(s, i, two_sides);
+        status[i - 1] = size[i - 1] > limit ? 1 : 0;
         if (s.sparent[i - 1] != 0) size[s.sparent[i - 1] - 1] += size[i - 1];
     }
     for (int64_t i = s.supernodes; i >= 1; --i) {
@@ -50,25 +55,6 @@ void cut_tree(const supernodal_structure &s, bool two_sides, int64_t limit, int6
         next[i - 1] = -first;
         first = -i;
     }
-    for (int64_t i = 1, length = 0; i <= s.supernodes; ++i) {
-        const bool goes_on = length > 0 && length < longest && s.sparent[i - 2] == i;
-        length = size[i - 1] <= limit ? 0 : goes_on ? length + 1 : 1;
-        if (length > 0) status[i - 1] = goes_on ? status[i - 2] : i;
-    }
-}
-
-/* Put a source with `remaining` rows left on the list of the chain that owns the first of them. */
-template <typename value_t>
-void link_to_chain(const chain_state<value_t> *chain, int64_t source, int64_t remaining)
-{
-    const supernodal_structure &s = *chain->s;
-    chain->lists.head[s.xsuper[source - 1] - 1] = remaining;
-    if (remaining == 0) return;
-    const int64_t row = supernode_row_list(s, source)[supernode_rows(s, source) - remaining];
-    const int64_t first = chain->status[s.snode[row - 1] - 1];
-    int64_t &head = chain->lists.head[s.xsuper[first - 1] - 1];
-    chain->lists.next[source - 1] = head;
-    head = source;
 }
 
 /* Rows of a source at or behind `row`. */
@@ -76,6 +62,13 @@ int64_t rows_from(const supernodal_structure &s, int64_t source, int64_t row)
 {
     const int64_t *list = supernode_row_list(s, source), *end = list + supernode_rows(s, source);
     return end - std::lower_bound(list, end, row);
+}
+
+/* The supernode that owns the first row of a source at or behind `row`; 0: none. */
+int64_t next_target(const supernodal_structure &s, int64_t source, int64_t row)
+{
+    const int64_t remaining = rows_from(s, source, row);
+    return remaining == 0 ? 0 : s.snode[supernode_row_list(s, source)[supernode_rows(s, source) - remaining] - 1];
 }
 
 /* Apply source to a member, if it has rows there. */
@@ -89,77 +82,128 @@ void update_member(factor_run<value_t> *run, thread_space<value_t> *space, targe
     if (row < member->first + member->columns) apply_update<value_t, kind, sym>(run, space, member, source, remaining);
 }
 
-/* The sources of the list, a batch that fits the windows at a time, to all members of this thread. */
-template <typename value_t, factor_kind kind, mirror sym>
-void apply_list(factor_run<value_t> *run, thread_space<value_t> *space, chain_state<value_t> *chain)
+/* Hold the supernodes from `first` on, as many as the windows admit. One thread, while no source is held. */
+template <typename value_t>
+void open_batch(factor_run<value_t> *run, batch_state<value_t> *batch, int64_t first)
 {
-    const supernodal_structure &s = *run->s;
-    const int64_t *next = chain->lists.next;
-    for (int64_t begin = chain->lists.head[chain->member[0].first - 1], end = 0; begin != 0; begin = end) {
-        int64_t bytes = 0;
-        for (end = begin; end != 0 && (end == begin || bytes < chain->batch_bytes); end = next[end - 1])
-            bytes += block_entries(s, end, run->two_sides) * static_cast<int64_t>(sizeof(value_t));
-        for (int64_t i = space->id - 1; i < chain->count; i += chain->threads) {
-            target_block<value_t> *member = &chain->member[i];
+    const block_pager *pager = run->in->store->pager;
+    batch->count = 0;
+    batch->last = first;
+    for (int64_t i = first; i <= run->s->supernodes && batch->count < member_limit && !failed(run); ++i) {
+        if (batch->status[i - 1] <= 0) continue;
+        const auto admitted = [&](factor_side side) { return pager->admits(pager->context, side, i); };
+        if (i > first && !(admitted(factor_side::lower) && (!run->two_sides || admitted(factor_side::upper)))) break;
+        if (!open_target(run, i, block_use::create, &batch->member[batch->count])) break;
+        ++batch->count;
+        batch->last = i;
+    }
+    batch->pass = 0;
+    batch->cursor = 1;
+    batch->following = &batch->group[0];
+    batch->following->count = 0;
+}
+
+/* The sources that come next, ascending: first of the subtrees, then those above them. */
+template <typename value_t>
+void find_sources(const factor_run<value_t> *run, batch_state<value_t> *batch, source_group *group)
+{
+    const supernodal_structure &s = *batch->s;
+    int64_t bytes = 0;
+    group->count = 0;
+    for (; batch->pass < 2; ++batch->pass, batch->cursor = 1) {
+        for (; batch->cursor <= batch->last; ++batch->cursor) {
+            const int64_t i = batch->cursor, target = batch->waits[i - 1];
+            if (target == 0 || target > batch->last || (batch->status[i - 1] > 0) != (batch->pass == 1)) continue;
+            if (group->count == source_limit || bytes >= batch->group_bytes) return;
+            bytes += block_entries(s, i, run->two_sides) * static_cast<int64_t>(sizeof(value_t));
+            group->number[group->count++] = i;
+        }
+    }
+}
+
+/* Go on to the next sources, and ask for those behind them. */
+template <typename value_t>
+void advance_sources(const factor_run<value_t> *run, batch_state<value_t> *batch)
+{
+    batch->current = batch->following;
+    batch->following = batch->current == &batch->group[0] ? &batch->group[1] : &batch->group[0];
+    find_sources(run, batch, batch->following);
+    for (int64_t i = 0; i < batch->following->count; ++i) {
+        expect_block(*run->in->store, factor_side::lower, batch->following->number[i]);
+        if (run->two_sides) expect_block(*run->in->store, factor_side::upper, batch->following->number[i]);
+    }
+}
+
+/* Bring a source in, and pass it on to what it updates behind the batch. */
+template <typename value_t>
+void take_source(factor_run<value_t> *run, batch_state<value_t> *batch, int64_t source)
+{
+    const factor_store<value_t> &store = *run->in->store;
+    batch->waits[source - 1] = next_target(*batch->s, source, batch->s->xsuper[batch->last]);
+    for (const factor_side side : {factor_side::lower, factor_side::upper}) {
+        if (failed(run) || (side == factor_side::upper && !run->two_sides)) return;
+        if (acquire_block(store, *batch->s, side, source, block_use::read) == nullptr)
+            fail(run, -1);
+        else
+            release_block(store, side, source, block_use::read);
+    }
+}
+
+/* All sources, a group that fits the windows at a time, to all members. */
+template <typename value_t, factor_kind kind, mirror sym>
+void apply_sources(factor_run<value_t> *run, thread_space<value_t> *space, batch_state<value_t> *batch)
+{
+#pragma omp single
+    advance_sources(run, batch); /* only looks for the first group */
+    for (;;) {
+#pragma omp single
+        advance_sources(run, batch);
+        const source_group &group = *batch->current;
+        if (group.count == 0) return;
+#pragma omp for schedule(dynamic, 1)
+        for (int64_t i = 0; i < group.count; ++i) take_source(run, batch, group.number[i]);
+#pragma omp for schedule(dynamic, 1)
+        for (int64_t m = 0; m < batch->count; ++m) {
+            target_block<value_t> *member = &batch->member[m];
             member->mapped = false; /* the thread's map has served another member */
-            for (int64_t source = begin; source != end; source = next[source - 1]) {
-                if (failed(run)) return;
-                update_member<value_t, kind, sym>(run, space, member, source);
-            }
+            for (int64_t i = 0; i < group.count && !failed(run); ++i)
+                update_member<value_t, kind, sym>(run, space, member, group.number[i]);
             flush_updates<value_t, kind, sym>(run, space, member);
         }
     }
 }
 
-/* Factor the members in order; each is applied to the later ones by their owners. */
+/* Factor the members in order, each applied to the later ones. */
 template <typename value_t, factor_kind kind, mirror sym>
-void factor_chain(factor_run<value_t> *run, thread_space<value_t> *space, chain_state<value_t> *chain)
+void factor_members(factor_run<value_t> *run, thread_space<value_t> *space, batch_state<value_t> *batch)
 {
-    for (int64_t k = 0; k < chain->count; ++k) {
-        if (k % chain->threads == space->id - 1 && !failed(run)) factor_supernode<value_t, kind, sym>(run, space, &chain->member[k]);
-#pragma omp barrier
-        for (int64_t i = space->id - 1; i < chain->count && !failed(run); i += chain->threads) {
-            if (i <= k) continue;
-            chain->member[i].mapped = false;
-            update_member<value_t, kind, sym>(run, space, &chain->member[i], chain->first + k);
-            flush_updates<value_t, kind, sym>(run, space, &chain->member[i]);
+    for (int64_t k = 0; k < batch->count; ++k) {
+#pragma omp single
+        if (!failed(run)) factor_supernode<value_t, kind, sym>(run, space, &batch->member[k]);
+#pragma omp for schedule(dynamic, 1)
+        for (int64_t i = k + 1; i < batch->count; ++i) {
+            if (failed(run)) continue;
+            batch->member[i].mapped = false;
+            update_member<value_t, kind, sym>(run, space, &batch->member[i], batch->member[k].number);
+            flush_updates<value_t, kind, sym>(run, space, &batch->member[i]);
         }
     }
 }
 
 template <typename value_t, factor_kind kind, mirror sym>
-void process_chain(factor_run<value_t> *run, thread_space<value_t> *space, chain_state<value_t> *chain)
+void process_batch(factor_run<value_t> *run, thread_space<value_t> *space, batch_state<value_t> *batch)
 {
-    for (int64_t i = space->id - 1; i < chain->count; i += chain->threads) {
-        target_block<value_t> *member = &chain->member[i];
-        chain->open[i] = !failed(run) && open_target(run, chain->first + i, block_use::create, member);
-        if (chain->open[i]) assemble_supernode(run, member);
-    }
-#pragma omp barrier
-    if (!failed(run)) apply_list<value_t, kind, sym>(run, space, chain);
-#pragma omp barrier
-    factor_chain<value_t, kind, sym>(run, space, chain);
-#pragma omp barrier
-    for (int64_t i = space->id - 1; i < chain->count; i += chain->threads) {
-        const target_block<value_t> &member = chain->member[i];
-        if (chain->open[i]) close_target(run, &member, block_use::create);
+#pragma omp for schedule(dynamic, 1)
+    for (int64_t i = 0; i < batch->count; ++i) assemble_supernode(run, &batch->member[i]);
+    apply_sources<value_t, kind, sym>(run, space, batch);
+    factor_members<value_t, kind, sym>(run, space, batch);
+#pragma omp for schedule(dynamic, 1)
+    for (int64_t i = 0; i < batch->count; ++i) {
+        const target_block<value_t> &member = batch->member[i];
+        batch->waits[member.number - 1] = next_target(*batch->s, member.number, batch->s->xsuper[batch->last]);
+        close_target(run, &member, block_use::create);
         if (!failed(run)) report_block(run, space, member.rows * member.columns, false);
     }
-}
-
-/* Hand the sources of the chain and its members on to the chains above. */
-template <typename value_t>
-void pass_on(chain_state<value_t> *chain)
-{
-    const supernodal_structure &s = *chain->s;
-    const int64_t past = s.xsuper[chain->first + chain->count - 1];
-    int64_t source = chain->lists.head[s.xsuper[chain->first - 1] - 1];
-    while (source != 0) {
-        const int64_t following = chain->lists.next[source - 1];
-        link_to_chain(chain, source, rows_from(s, source, past));
-        source = following;
-    }
-    for (int64_t i = 0; i < chain->count; ++i) link_to_chain(chain, chain->first + i, rows_from(s, chain->first + i, past));
 }
 
 /* One subtree, with the private lists of its supernodes; what is left of their rows stays in head. */
@@ -183,19 +227,18 @@ void paged_region(factor_run<value_t> *run, void *work)
     const block_pager *pager = run->in->store->pager;
     const int64_t supernodes = s.supernodes, team = run->in->nproc;
     const auto entry = static_cast<int64_t>(sizeof(value_t));
-    chain_state<value_t> chain = {};
-    chain.s = &s;
-    chain.status = run->in->lists->status;
-    chain.lists = {run->in->thread_rows + supernodes, run->in->thread_rows};
-    chain.threads = team;
-    chain.batch_bytes = pager->window_bytes / 4;
+    batch_state<value_t> batch = {};
+    batch.s = &s;
+    batch.status = run->in->lists->status;
+    batch.waits = run->in->thread_rows;
+    batch.group_bytes = pager->window_bytes / 8;
+    const source_lists lists = {run->in->thread_rows + supernodes, batch.waits};
     const int64_t total = s.nnz_l + (run->two_sides ? s.nnz_u : 0);
     const int64_t limit = std::min(pager->window_bytes / (2 * team) / entry, total / (8 * team));
     thread_space<value_t> scratch;
     bind_thread_space(run, 1, work, &scratch);
-    cut_tree(s, run->two_sides, limit, std::min(chain_limit, pager->target_limit), scratch.relative, scratch.row_position, chain.status,
-             chain.lists.next);
-    for (int64_t c = 0; c < s.neqns; ++c) chain.lists.head[c] = 0;
+    cut_tree(s, run->two_sides, limit, scratch.relative, scratch.row_position, batch.status, lists.next);
+    for (int64_t c = 0; c < s.neqns; ++c) lists.head[c] = 0;
     int64_t threads = 0;
 #pragma omp parallel num_threads(static_cast <int>(team))
     {
@@ -206,26 +249,19 @@ void paged_region(factor_run<value_t> *run, void *work)
         bind_thread_space(run, id, work, &space);
 #pragma omp for schedule(dynamic, 1)
         for (int64_t root = 1; root <= supernodes; ++root)
-            if (chain.status[root - 1] < 0 && !failed(run))
-                factor_subtree<value_t, kind, sym>(run, &space, chain.lists, -chain.status[root - 1], root);
+            if (batch.status[root - 1] < 0 && !failed(run))
+                factor_subtree<value_t, kind, sym>(run, &space, lists, -batch.status[root - 1], root);
+#pragma omp for
+        for (int64_t i = 1; i <= supernodes; ++i) {
+            const int64_t remaining = lists.head[s.xsuper[i - 1] - 1];
+            batch.waits[i - 1] = remaining == 0 ? 0 : s.snode[supernode_row_list(s, i)[supernode_rows(s, i) - remaining] - 1];
+        }
+        for (int64_t first = 1; first <= supernodes; ++first) {
+            if (batch.status[first - 1] <= 0) continue;
 #pragma omp single
-        for (int64_t i = 1; i <= supernodes; ++i)
-            if (chain.status[i - 1] <= 0 && !failed(run)) link_to_chain(&chain, i, chain.lists.head[s.xsuper[i - 1] - 1]);
-        for (int64_t first = 1; first <= supernodes;) {
-            int64_t past = first + 1;
-            if (chain.status[first - 1] > 0) {
-                while (past <= supernodes && chain.status[past - 1] == first) ++past;
-#pragma omp single
-                {
-                    chain.first = first;
-                    chain.count = past - first;
-                }
-                process_chain<value_t, kind, sym>(run, &space, &chain);
-#pragma omp barrier
-#pragma omp single
-                if (!failed(run)) pass_on(&chain);
-            }
-            first = past;
+            open_batch(run, &batch, first);
+            first = batch.last;
+            process_batch<value_t, kind, sym>(run, &space, &batch);
         }
         merge_counts(run, &space);
     }

@@ -171,29 +171,11 @@ void *acquire(void *context, factor_side kind, int64_t supernode, block_use use)
     return block;
 }
 
-/* The target that has just read a source is behind it; the next one is that of the first row left. */
-void move_cursor(const supernodal_structure &s, ooc_side *side, ooc_page *page, int64_t supernode)
+void finish_target(ooc_tree *tree, ooc_side *side, ooc_page *page, block_use use)
 {
-    const int64_t rows = supernode_rows(s, supernode), *list = supernode_row_list(s, supernode);
-    int64_t &cursor = side->cursor[supernode - 1];
-    int64_t target = 0;
-    if (cursor < rows) {
-        target = s.snode[list[cursor] - 1];
-        while (cursor < rows && list[cursor] < s.xsuper[target]) ++cursor;
-    }
-    const int64_t next = cursor < rows ? s.snode[list[cursor] - 1] : no_use;
-    if (page->next_use <= target || next < page->next_use) page->next_use = next;
-}
-
-void finish_target(ooc_tree *tree, ooc_side *side, ooc_page *page, int64_t supernode, block_use use)
-{
-    const supernodal_structure &s = tree->structure;
     --page->target_pins;
     page->dirty = true;
     if (use == block_use::create && page->unmade > 0) --page->unmade;
-    const int64_t rows = supernode_rows(s, supernode), columns = supernode_columns(s, supernode);
-    const int64_t next = rows > columns ? s.snode[supernode_row_list(s, supernode)[columns] - 1] : no_use;
-    if (page->next_use <= supernode || next < page->next_use) page->next_use = next;
     /* complete: written once, while it may be read */
     if (page->unmade == 0 && page->target_pins == 0 && tree->fault == 0) write_page(tree, side, page);
 }
@@ -204,12 +186,19 @@ void release(void *context, factor_side kind, int64_t supernode, block_use use)
     ooc_side *side = &tree->side[static_cast<int>(kind)];
     ooc_page *page = &side->pages[side->page_of[supernode - 1]];
     omp_set_lock(&tree->lock);
-    if (use != block_use::read)
-        finish_target(tree, side, page, supernode, use);
-    else if (tree->purpose == ooc_purpose::factorize)
-        move_cursor(tree->structure, side, page, supernode);
+    if (use != block_use::read) finish_target(tree, side, page, use);
     --page->pins;
     omp_unset_lock(&tree->lock);
+}
+
+bool admits(void *context, factor_side kind, int64_t supernode)
+{
+    auto *tree = static_cast<ooc_tree *>(context);
+    const ooc_side *side = &tree->side[static_cast<int>(kind)];
+    omp_set_lock(&tree->lock);
+    const bool admitted = ooc_admits_target(tree, side, &side->pages[side->page_of[supernode - 1]]);
+    omp_unset_lock(&tree->lock);
+    return admitted;
 }
 
 void expect(void *context, factor_side kind, int64_t supernode)
@@ -225,7 +214,7 @@ void expect(void *context, factor_side kind, int64_t supernode)
 
 void ooc_bind_pager(ooc_tree *tree)
 {
-    tree->pager = {tree, acquire, release, expect, 0, 0};
+    tree->pager = {tree, acquire, release, expect, admits, 0};
 }
 
 void ooc_record_fault(ooc_tree *tree, int32_t message, int32_t error)

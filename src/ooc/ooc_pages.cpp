@@ -5,7 +5,7 @@ namespace
 {
 
 constexpr int64_t least_page = int64_t{1} << 13, most_page = int64_t{1} << 22; /* bytes: below, transfers cost more than they bring */
-constexpr int64_t pages_in_window = 64;
+constexpr int64_t pages_in_window = 512;
 
 int64_t larger(int64_t a, int64_t b)
 {
@@ -78,11 +78,9 @@ void ooc_reset_side(ooc_tree *tree, factor_side kind, bool stored)
         page.stored = stored;
         page.dirty = page.expected = false;
         page.pins = page.target_pins = page.unmade = page.stamp = 0;
-        page.next_use = page.first;
         for (int64_t number = page.first; number <= page.last && !stored; ++number)
             if (ooc_block_bytes(s, kind, number, 1) > 0) ++page.unmade;
     }
-    for (int64_t number = 1; number <= s->supernodes; ++number) side->cursor[number - 1] = supernode_columns(*s, number);
 }
 
 /* What is above the least goes to the sides by what they lack. The least is two pages a side: a target and a source. */

@@ -14,14 +14,11 @@ struct page_worth {
 };
 constexpr page_worth worth_nothing = {INT64_MIN, INT64_MIN};
 
-/* Factorization: by the next target that reads the page (Belady); of equal ones the one used last goes, so that a scan over more pages
-   than fit finds the same pages again. Half-made pages stay, they would be written twice. Solve: the sweeps turn round at their ends, so
-   the least recently used page goes. */
-page_worth worth_of(const ooc_tree *tree, const ooc_page &page)
+/* The least recently used page goes: subtrees work on what was made last, and sweeps turn round at their ends. Half-made pages stay, they
+   would be written twice. */
+page_worth worth_of(const ooc_page &page)
 {
-    if (tree->purpose == ooc_purpose::solve) return {page.stamp, 0};
-    if (page.unmade > 0) return {1, -page.stamp};
-    return {-page.next_use, -page.stamp};
+    return {page.unmade > 0 ? 1 : 0, page.stamp};
 }
 
 bool fixed(const ooc_page &page)
@@ -50,7 +47,8 @@ bool admissible(const ooc_tree *tree, const ooc_side *side, int64_t place, int64
     }
     if (!placed) occupy(place, bytes);
     occupy(side->bytes, 0);
-    return fits >= tree->targets - targets + 1;
+    const int64_t others = tree->threads - targets;
+    return fits >= (others > 0 ? others : 0) + 1;
 }
 
 } // namespace
@@ -58,6 +56,17 @@ bool admissible(const ooc_tree *tree, const ooc_side *side, int64_t place, int64
 bool ooc_may_pin_target(const ooc_tree *tree, const ooc_side *side, const ooc_page *page)
 {
     return side->natural || page->target_pins > 0 || admissible(tree, side, page->place, page->bytes, page);
+}
+
+bool ooc_admits_target(const ooc_tree *tree, const ooc_side *side, const ooc_page *page)
+{
+    if (page->target_pins > 0) return true;
+    int64_t bytes = page->bytes, victim = -1, until = -1;
+    for (int64_t i = side->head; i >= 0; i = side->pages[i].after)
+        if (side->pages[i].target_pins > 0) bytes += side->pages[i].bytes;
+    if (bytes > side->bytes / 2) return false;
+    if (page->state == page_state::resident) return ooc_may_pin_target(tree, side, page);
+    return ooc_find_place(tree, side, page, true, &victim, &until) >= 0;
 }
 
 int64_t ooc_find_place(const ooc_tree *tree, const ooc_side *side, const ooc_page *page, bool target, int64_t *victim, int64_t *until)
@@ -80,7 +89,7 @@ int64_t ooc_find_place(const ooc_tree *tree, const ooc_side *side, const ooc_pag
         bool blocked = false;
         for (; i >= 0 && pages[i].place < end && !blocked; i = pages[i].after) {
             blocked = fixed(pages[i]);
-            const page_worth one = worth_of(tree, pages[i]);
+            const page_worth one = worth_of(pages[i]);
             if (worth.below(one)) worth = one;
         }
         const bool better = best < 0 || worth.below(best_worth);

@@ -20,14 +20,11 @@ int64_t report(const ooc_request *request, int32_t message, int32_t error, int64
     return code;
 }
 
-/* Page maps and cursors are the first two tables of the group of the side's file. */
+/* The page map is the first table of the group of the side's file. */
 void bind_tables(const ooc_request *request, ooc_tree *tree)
 {
     const int64_t supernodes = request->structure->supernodes, group = 4 * supernodes + 6;
-    for (int64_t k = 0; k < tree->sides; ++k) {
-        tree->side[k].page_of = request->tables + (ooc_file_lnz - 1 + k) * group;
-        tree->side[k].cursor = tree->side[k].page_of + (supernodes + 1);
-    }
+    for (int64_t k = 0; k < tree->sides; ++k) tree->side[k].page_of = request->tables + (ooc_file_lnz - 1 + k) * group;
 }
 
 bool make_pages(const ooc_request *request, ooc_tree *tree)
@@ -124,8 +121,8 @@ void bind_windows(ooc_tree *tree, void *window_l, int64_t entries_l, void *windo
     }
 }
 
-/* Targets that the windows have room for beside one source: as many as there are threads, and up to half of the windows. */
-void count_targets(ooc_tree *tree, int64_t wanted)
+/* Threads whose targets the windows have room for beside one source. */
+void count_threads(ooc_tree *tree, int64_t wanted)
 {
     int64_t places = INT64_MAX, bytes = 0;
     for (int64_t k = 0; k < tree->sides; ++k) {
@@ -135,8 +132,6 @@ void count_targets(ooc_tree *tree, int64_t wanted)
     }
     tree->threads = places - 1 < wanted ? places - 1 : wanted;
     if (tree->threads < 1) tree->threads = 1;
-    tree->targets = places / 2 > tree->threads ? places / 2 : tree->threads;
-    tree->pager.target_limit = tree->targets;
     tree->pager.window_bytes = bytes;
 }
 
@@ -193,7 +188,7 @@ const block_pager *ooc_open(const ooc_request *request, ooc_purpose purpose, voi
     const int64_t fault = purpose == ooc_purpose::factorize ? make_files(request, tree, set) : find_files(request, tree, set);
     if (fault != 0) return nullptr;
     bind_windows(tree, window_l, entries_l, window_u, entries_u);
-    count_targets(tree, request->threads);
+    count_threads(tree, request->threads);
     start_pages(tree, purpose, request->matrix_number);
     return &tree->pager;
 }

@@ -4,10 +4,11 @@
    (xlnz - 1) entries. A side is cut into pages, runs of successive supernodes, and a page is what is read, written and held. The resident
    pages of a side lie in its window, in one list by address.
 
-   No thread can wait for ever for a place. The threads together hold at most `targets` targets a side, and sources only for the length of
-   one update; they ask for the lower side before the upper one. Targets are only pinned where, beside all pinned targets, the windows keep
-   room for the targets that may still be asked for and for one source, each as large as the largest block. So once the sources of other
-   threads are given back there is a place, and whoever holds a source on both sides waits for nothing. */
+   No thread can wait for ever for a place. A thread holds one target a side, or one thread holds as many as are admitted while all others
+   hold nothing; sources are held only for the length of one update; the lower side is asked for before the upper one. Targets are only
+   pinned where, beside all pinned targets, the windows keep room for one more target of each thread that has none and for one source,
+   each as large as the largest block. So once the sources of other threads are given back there is a place, and whoever holds a source
+   on both sides waits for nothing. */
 #pragma once
 
 #include <omp.h>
@@ -25,20 +26,17 @@ struct ooc_page {
     int64_t place;         /* in the window, bytes; while not absent */
     int64_t before, after; /* neighbours in the window by address, as page indices; -1 none */
     int64_t stamp;         /* of the last use */
-    int64_t next_use;      /* factorization: next target that reads one of its blocks; no_use when there is none */
     int64_t pins, target_pins;
     int64_t unmade; /* blocks that this factorization has not made yet */
     page_state state;
     bool stored, dirty; /* in the file; the window holds what the file does not */
     bool expected;      /* a read-ahead is under way */
 };
-inline constexpr int64_t no_use = INT64_MAX;
 
 struct ooc_side {
     ooc_page *pages;
     int64_t page_count;
-    int64_t *page_of; /* [supernodes] page index; borrowed from array 49, as cursor is */
-    int64_t *cursor;  /* [supernodes] factorization: first row of the list that no target has consumed */
+    int64_t *page_of; /* [supernodes] page index; borrowed from array 49 */
     int64_t total, largest;
     char *base; /* the window, borrowed */
     int64_t bytes;
@@ -61,7 +59,7 @@ struct ooc_tree {
     ooc_state *state;
     supernodal_structure structure;
     int64_t element_bytes, sides;
-    int64_t threads, targets; /* that the windows have room for */
+    int64_t threads; /* that the windows have room for */
     ooc_side side[2];
     ooc_file_set *sets;
     int64_t set_count;
@@ -95,6 +93,8 @@ void ooc_reset_side(ooc_tree *tree, factor_side side, bool stored);
 /* Place for a page, or -1 when pinned pages leave none at the moment. The pages that overlap it, none of them pinned, are
  *victim .. until (exclusive) of the list by address; equal when there is none. */
 int64_t ooc_find_place(const ooc_tree *tree, const ooc_side *side, const ooc_page *page, bool target, int64_t *victim, int64_t *until);
+/* Half of a window is for targets, the rest for sources. Asked while no source is held. */
+bool ooc_admits_target(const ooc_tree *tree, const ooc_side *side, const ooc_page *page);
 bool ooc_may_pin_target(const ooc_tree *tree, const ooc_side *side, const ooc_page *page);
 void ooc_list_insert(ooc_side *side, ooc_page *page);
 void ooc_list_remove(ooc_side *side, ooc_page *page);

@@ -16,7 +16,8 @@ struct block_pager {
     void *(*acquire)(void *context, factor_side side, int64_t supernode, block_use use);
     void (*release)(void *context, factor_side side, int64_t supernode, block_use use);
     void (*expect)(void *context, factor_side side, int64_t supernode); /* read-ahead hint; may be null */
-    int64_t target_limit = 0; /* blocks of a side that may be held for update or create at once; 0: one a thread */
+    /* Whether a block may be held for create beside those that are, while no other is held. The first one always may. */
+    bool (*admits)(void *context, factor_side side, int64_t supernode);
     int64_t window_bytes = 0; /* that blocks may take in core, of all sides */
 };
 
