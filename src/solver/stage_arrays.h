@@ -5,6 +5,12 @@
 #include "solver/control.h"
 #include "state/structure.h"
 
+/* Array `number` as words; null when it does not exist. */
+inline int64_t *stage_words(const solver_state *state, int64_t number)
+{
+    return static_cast<int64_t *>(get_from_c_structure(number, state));
+}
+
 /* The row order in array number (44, or a slice of 46), or null when the type has none. */
 const int64_t *stage_row_order(const solver_state *state, int64_t number);
 position_map stage_position_map(const solver_state *state);

@@ -10,11 +10,6 @@
 
 namespace
 {
-int64_t *words(const solver_state *state, int64_t number)
-{
-    return static_cast<int64_t *>(get_from_c_structure(number, state));
-}
-
 void open_stretch(solver_call *call)
 {
     phase_times &times = call->control->times;
@@ -31,20 +26,20 @@ void order(solver_call *call)
 {
     const solver_state *s = call->state;
     ordering_arrays arrays{};
-    arrays.perm = words(s, array_perm);
-    arrays.invp = words(s, array_invp);
-    arrays.parent = words(s, array_parent);
-    arrays.colcnt = words(s, array_colcnt);
-    arrays.xsuper = words(s, array_xsuper);
-    arrays.snode = words(s, array_snode);
-    arrays.xadj = words(s, array_xadj);
-    arrays.adj = words(s, array_adj);
-    arrays.domain_table = words(s, array_domain_table);
-    arrays.lists = words(s, array_ordering_lists);
-    arrays.work = words(s, array_ordering_work);
-    arrays.scratch_a = words(s, array_scratch_a);
-    arrays.scratch_b = words(s, array_scratch_b);
-    arrays.matching_order = words(s, array_matching_order);
+    arrays.perm = stage_words(s, array_perm);
+    arrays.invp = stage_words(s, array_invp);
+    arrays.parent = stage_words(s, array_parent);
+    arrays.colcnt = stage_words(s, array_colcnt);
+    arrays.xsuper = stage_words(s, array_xsuper);
+    arrays.snode = stage_words(s, array_snode);
+    arrays.xadj = stage_words(s, array_xadj);
+    arrays.adj = stage_words(s, array_adj);
+    arrays.domain_table = stage_words(s, array_domain_table);
+    arrays.lists = stage_words(s, array_ordering_lists);
+    arrays.work = stage_words(s, array_ordering_work);
+    arrays.scratch_a = stage_words(s, array_scratch_a);
+    arrays.scratch_b = stage_words(s, array_scratch_b);
+    arrays.matching_order = stage_words(s, array_matching_order);
     arrays.pairs = call->pairs;
     arrays.ordering_lists_size = s->ordering_lists_used;
     arrays.ordering_work_size = s->ordering_work_used;
@@ -59,28 +54,28 @@ void factor_symbolically(solver_call *call)
     const solver_state *s = call->state;
     control_block *control = call->control;
     symbolic_arrays arrays{};
-    arrays.perm = words(s, array_perm);
-    arrays.invp = words(s, array_invp);
-    arrays.xadj = words(s, array_xadj);
-    arrays.adj = words(s, array_adj);
-    arrays.xsuper = words(s, array_xsuper);
-    arrays.snode = words(s, array_snode);
-    arrays.parent = words(s, array_parent);
-    arrays.colcnt = words(s, array_colcnt);
-    arrays.lindx = words(s, array_lindx);
-    arrays.xlindx = words(s, array_xlindx);
-    arrays.xlnz = words(s, array_xlnz);
-    arrays.xunz = words(s, array_xunz);
-    arrays.sparent = words(s, array_sparent);
-    arrays.work_order = words(s, array_work_order);
-    arrays.update_count = words(s, array_update_count);
-    arrays.separator_tail = words(s, array_separator_tail);
-    arrays.sentinel_a = words(s, array_sentinel_a);
-    arrays.sentinel_b = words(s, array_sentinel_b);
-    arrays.domain_table = words(s, array_domain_table);
-    arrays.lists = words(s, array_ordering_lists);
-    arrays.work = words(s, array_ordering_work);
-    arrays.scratch = words(s, array_scratch_a);
+    arrays.perm = stage_words(s, array_perm);
+    arrays.invp = stage_words(s, array_invp);
+    arrays.xadj = stage_words(s, array_xadj);
+    arrays.adj = stage_words(s, array_adj);
+    arrays.xsuper = stage_words(s, array_xsuper);
+    arrays.snode = stage_words(s, array_snode);
+    arrays.parent = stage_words(s, array_parent);
+    arrays.colcnt = stage_words(s, array_colcnt);
+    arrays.lindx = stage_words(s, array_lindx);
+    arrays.xlindx = stage_words(s, array_xlindx);
+    arrays.xlnz = stage_words(s, array_xlnz);
+    arrays.xunz = stage_words(s, array_xunz);
+    arrays.sparent = stage_words(s, array_sparent);
+    arrays.work_order = stage_words(s, array_work_order);
+    arrays.update_count = stage_words(s, array_update_count);
+    arrays.separator_tail = stage_words(s, array_separator_tail);
+    arrays.sentinel_a = stage_words(s, array_sentinel_a);
+    arrays.sentinel_b = stage_words(s, array_sentinel_b);
+    arrays.domain_table = stage_words(s, array_domain_table);
+    arrays.lists = stage_words(s, array_ordering_lists);
+    arrays.work = stage_words(s, array_ordering_work);
+    arrays.scratch = stage_words(s, array_scratch_a);
     control->internal_code = symbolic_step(control, &control->times, &arrays);
     call->flags.symbfct = 1;
     if (control->internal_code != code_none) return;
@@ -96,7 +91,7 @@ void factor_symbolically(solver_call *call)
 void hand_back_ordering(const solver_call *call)
 {
     if (iparam_at(call->iparam, iparam_perm_mode) >= 0) return;
-    const int64_t *perm = words(call->state, array_perm);
+    const int64_t *perm = stage_words(call->state, array_perm);
     for (int64_t i = 0; i < call->neqns; ++i) call->work_perm[i] = perm[i];
 }
 
@@ -112,10 +107,10 @@ int64_t map_values(solver_call *call, const supernodal_structure *structure)
     input.ja = call->work_ja;
     input.row_order = stage_row_order(s, array_matching_order);
     input.structure = structure;
-    input.scratch_a = words(s, array_scratch_a);
-    input.scratch_b = words(s, array_ordering_lists);
-    input.scratch_c = words(s, array_scratch_b);
-    input.work = words(s, array_ordering_work);
+    input.scratch_a = stage_words(s, array_scratch_a);
+    input.scratch_b = stage_words(s, array_ordering_lists);
+    input.scratch_c = stage_words(s, array_scratch_b);
+    input.work = stage_words(s, array_ordering_work);
     input.nproc = control->nproc;
     position_map map = stage_position_map(s);
     const int64_t code = build_position_map(&input, &map);
@@ -129,8 +124,8 @@ void build_lists(solver_call *call, const supernodal_structure *structure)
     const solver_state *s = call->state;
     phase_times &times = call->control->times;
     const double start = service_seconds();
-    work_list_arrays lists{words(s, array_work_order), words(s, array_list_count), words(s, array_list_start), words(s, array_list_source),
-                           words(s, array_list_rows)};
+    work_list_arrays lists{stage_words(s, array_work_order), stage_words(s, array_list_count), stage_words(s, array_list_start),
+                           stage_words(s, array_list_source), stage_words(s, array_list_rows)};
     build_work_lists(call->control, structure, &lists);
     times.time_parlist += service_seconds() - start;
     call->flags.parlist = 1;
@@ -185,14 +180,14 @@ position_map stage_position_map(const solver_state *state)
     const bool symmetric = state->symmetric_structure == 1;
     const int64_t side = state->nnz_a + state->neqns;
     position_map map{};
-    map.start_l = words(state, array_map_start_l);
-    map.dest_l = words(state, array_map_dest_l);
-    map.src_l = words(state, array_map_src);
-    map.col_l = words(state, array_map_col);
+    map.start_l = stage_words(state, array_map_start_l);
+    map.dest_l = stage_words(state, array_map_dest_l);
+    map.src_l = stage_words(state, array_map_src);
+    map.col_l = stage_words(state, array_map_col);
     map.length_l = state->map_length_l;
     if (symmetric) return map;
-    map.start_u = words(state, array_map_start_u);
-    map.dest_u = words(state, array_map_dest_u);
+    map.start_u = stage_words(state, array_map_start_u);
+    map.dest_u = stage_words(state, array_map_dest_u);
     map.src_u = map.src_l + side;
     map.col_u = map.col_l == nullptr ? nullptr : map.col_l + side;
     map.length_u = state->map_length_u;
