@@ -180,9 +180,10 @@ TYPED_TEST(dense_factors, interleaved_vectors_agree_with_loops)
 {
     using value_t = TypeParam;
     for (const int32_t type : runnable_families())
-        for (const auto &[q, w] : {std::array<int64_t, 2>{0, 3}, {5, 1}, {50, 2}, {100, 70}, {3, 131}})
+        for (const auto &sizes : {std::array<int64_t, 2>{0, 3}, {5, 1}, {50, 2}, {100, 70}, {3, 131}})
             for (const auto triangle : {block_triangle::lower, block_triangle::lower_unit, block_triangle::upper})
                 for (const bool backward : {false, true}) {
+                    const int64_t q = sizes[0], w = sizes[1]; /* rows and columns of the panel */
                     const int64_t stride = (q % 2 == 0 ? 7 : 4) * interleaved_lanes<value_t>;
                     const bool upper = triangle == block_triangle::upper, unit = triangle == block_triangle::lower_unit;
                     const bool conjugate = backward && !upper;
