@@ -61,8 +61,7 @@ int64_t column_counts(int64_t neqns, const int64_t *xadj, const int64_t *adj, co
          limit cuts it
    Returns S. */
 int64_t supernode_partition(int64_t neqns, const int64_t *parent, const int64_t *colcnt, int64_t panel_columns, int64_t *snode,
-                            int64_t *xsuper, int64_t *lindx_size, int64_t *largest_supernode,
-                            const int64_t *tied = nullptr);
+                            int64_t *xsuper, int64_t *lindx_size, int64_t *largest_supernode, const int64_t *tied = nullptr);
 
 /* ---- domain table ---- */
 

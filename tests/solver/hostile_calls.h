@@ -135,7 +135,8 @@ inline void hostile_parameters(byte_source *bytes, session *s)
 inline bool false_success(session *s, int64_t ido)
 {
     const bool whole = s->parameter(iparam_partial_solve) == 0 && s->parameter(iparam_partial_window) == 0;
-    if (s->error != 0 || s->nb < 1 || (ido != 13 && ido != 23 && ido != 33) || !whole || s->parameter(iparam_perturbed_pivots) != 0) return false;
+    if (s->error != 0 || s->nb < 1 || (ido != 13 && ido != 23 && ido != 33) || !whole || s->parameter(iparam_perturbed_pivots) != 0)
+        return false;
     const auto x = s->unpack(s->parameter(iparam_overwrite_rhs) == 1 ? s->b : s->x);
     return std::any_of(x.begin(), x.begin() + s->neqns * s->nb, [](auto v) { return std::isnan(v.real()) || std::isnan(v.imag()); });
 }
@@ -163,7 +164,8 @@ inline const char *hostile_calls(session *s, byte_source *bytes)
         sound = hostile_values(bytes, s) && sound;
         hostile_parameters(bytes, s);
         s->perm.clear();
-        for (int64_t i = 0; i < s->neqns; ++i) s->perm.push_back(bytes->chance(20) ? bytes->within(-1, 31) : s->neqns - i - s->parameter(iparam_zero_based));
+        for (int64_t i = 0; i < s->neqns; ++i)
+            s->perm.push_back(bytes->chance(20) ? bytes->within(-1, 31) : s->neqns - i - s->parameter(iparam_zero_based));
         s->pack(s->values, &s->a);
         s->pack(s->rhs, &s->b);
         if (!s->is_complex() && s->matrix_type != 11 &&
