@@ -121,16 +121,21 @@ void find_sources(const factor_run<value_t> *run, batch_state<value_t> *batch, s
     }
 }
 
-/* Go on to the next sources, and ask for those behind them. */
+/* Go on to the next sources. */
 template <typename value_t>
 void advance_sources(const factor_run<value_t> *run, batch_state<value_t> *batch)
 {
     batch->current = batch->following;
     batch->following = batch->current == &batch->group[0] ? &batch->group[1] : &batch->group[0];
     find_sources(run, batch, batch->following);
-    for (int64_t i = 0; i < batch->following->count; ++i) {
-        expect_block(*run->in->store, factor_side::lower, batch->following->number[i]);
-        if (run->two_sides) expect_block(*run->in->store, factor_side::upper, batch->following->number[i]);
+}
+
+template <typename value_t>
+void expect_sources(const factor_run<value_t> *run, const source_group &group)
+{
+    for (int64_t i = 0; i < group.count; ++i) {
+        expect_block(*run->in->store, factor_side::lower, group.number[i]);
+        if (run->two_sides) expect_block(*run->in->store, factor_side::upper, group.number[i]);
     }
 }
 
@@ -163,7 +168,11 @@ void apply_sources(factor_run<value_t> *run, thread_space<value_t> *space, batch
 #pragma omp for schedule(dynamic, 1)
         for (int64_t i = 0; i < group.count; ++i) take_source(run, batch, group.number[i]);
 #pragma omp for schedule(dynamic, 1)
-        for (int64_t m = 0; m < batch->count; ++m) {
+        for (int64_t m = -1; m < batch->count; ++m) {
+            if (m < 0) { /* one thread asks for the next group while the others compute */
+                expect_sources(run, *batch->following);
+                continue;
+            }
             target_block<value_t> *member = &batch->member[m];
             member->mapped = false; /* the thread's map has served another member */
             for (int64_t i = 0; i < group.count && !failed(run); ++i)
