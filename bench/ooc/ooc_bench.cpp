@@ -1,9 +1,9 @@
 /* Factors in files against factors in core: the same system in two processes, the second one within a quarter of the memory that the first
    one's handle held: max_core_size, the address space that the process may add to what it had with the matrix built, and a control group of
    its own, page cache included, where one is given. Its solve reads files that are on the disk alone. Prints times, ratios, rates, peaks
-   and estimates. ooc_bench [--quick] [--case grid|elasticity] [--group FOLDER] [FOLDER of the files]
-   --quick takes small systems and half of the memory, since their analysis takes more of it; --group names an empty memory control group
-   that this process may write to. */
+   and estimates. ooc_bench [--quick] [--case grid|elasticity] [--part N] [--group FOLDER] [FOLDER of the files]
+   --quick takes small systems and half of the memory, since their analysis takes more of it; --part takes one Nth; --group names an empty
+   memory control group that this process may write to. */
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -109,6 +109,7 @@ struct host {
 void prepare_process(const run_request &request)
 {
     mallopt(M_ARENA_MAX, 1);
+    mallopt(M_MMAP_THRESHOLD, 1 << 17); /* what is freed leaves the address space, which the limit counts */
     setenv("WKL_SOLVARA_OOC_PATH", (request.folder + "/part").c_str(), 1);
     setenv("WKL_SOLVARA_OOC_MAX_CORE_SIZE", std::to_string(request.core_megabytes).c_str(), 1);
     setenv("WKL_SOLVARA_OOC_KEEP_FILE", "0", 1); /* by their names the files can be put out of memory */
@@ -248,6 +249,7 @@ void add_row(bench_table *table, const std::string &name, const std::string &mod
 
 struct bench_options {
     bool quick = false;
+    int64_t part = 0; /* the limit is this part of the memory; 0: 4, or 2 with quick */
     std::string only, group, folder = ".";
 };
 
@@ -260,6 +262,8 @@ bench_options read_options(int count, char **arguments)
             options.quick = true;
         else if (word == "--case" && i + 1 < count)
             options.only = arguments[++i];
+        else if (word == "--part" && i + 1 < count)
+            options.part = std::atoll(arguments[++i]);
         else if (word == "--group" && i + 1 < count)
             options.group = arguments[++i];
         else
@@ -278,10 +282,11 @@ int main(int count, char **arguments)
     bench_table table;
     table.head = {"matrix",    "limit",     "result",     "core mode", "analysis s", "factor s", "ratio",    "solve s",  "written MB",
                   "read f MB", "read s MB", "solve MB/s", "of disk",   "held MB",    "RSS MB",   "space MB", "group MB", "error e-16"};
+    const int64_t divisor = options.part > 0 ? options.part : options.quick ? 2 : 4;
     const auto run = [&](const std::string &name, const market_matrix &matrix) {
         const figures in = measure_apart(matrix, {0, 0, 0, work, {}});
-        const int64_t part = in.need_kb / (options.quick ? 2 : 4) / 1024 + 1,
-                      core = part * 9 / 10; /* the allocator and the runtime take the rest */
+        const int64_t part = in.need_kb / divisor / 1024 + 1,
+                      core = part * (options.quick ? 8 : 9) / 10; /* the allocator and the runtime take the rest */
         const figures out = measure_apart(matrix, {1, core, part, work, options.group});
         add_row(&table, name, "none", in, in);
         add_row(&table, name, std::to_string(part) + " MB", out, in);
