@@ -28,27 +28,43 @@ int64_t front_rows(const supernodal_structure &s, int64_t end, int64_t columns)
     return columns + supernode_rows(s, end) - supernode_columns(s, end);
 }
 
+/* The last supernode that a front from `number` on may hold, by the structure alone; number itself when no front is large enough. */
+template <typename value_t>
+int64_t longest_chain(const factor_run<value_t> &run, const thread_space<value_t> &space, int64_t number, int64_t last)
+{
+    const supernodal_structure &s = *run.s;
+    int64_t columns = 0, longest = number;
+    for (int64_t end = number; end <= last; ++end) {
+        const int64_t width = supernode_columns(s, end);
+        columns += width;
+        if (width > member_columns || columns > chain_columns) break;
+        const int64_t rows = front_rows(s, end, columns);
+        /* room for the sources: scaled rows of the widest one, and a few columns side by side */
+        const int64_t room = space.buffer_entries - front_entries(run, rows, columns);
+        if (room < columns * widest_source || room < 16 * rows) break;
+        if (rows * columns > least_front) longest = end;
+        if (s.sparent[end - 1] != end + 1) break;
+    }
+    return longest;
+}
+
 /* The last member of the chain that begins with `number`; number itself when a front would not pay. */
 template <typename value_t>
 int64_t chain_end(const factor_run<value_t> &run, const thread_space<value_t> &space, const source_lists &lists, int64_t number,
                   int64_t last)
 {
     const supernodal_structure &s = *run.s;
-    int64_t end = number, columns = 0, entries = 0, best = number, outside = 0; /* outside: entries of the sources that wait */
     if (run.most_pending == 1) return number;
-    for (;; ++end) {
+    const int64_t longest = longest_chain(run, space, number, last); /* most supernodes end here: the lists are not walked for them */
+    int64_t columns = 0, entries = 0, best = number, outside = 0;    /* outside: entries of the sources that wait */
+    for (int64_t end = number; longest > number && end <= longest; ++end) {
         const int64_t width = supernode_columns(s, end);
         columns += width;
-        if (width > member_columns || columns > chain_columns) break;
         entries += width * supernode_rows(s, end);
-        const int64_t rows = front_rows(s, end, columns), front = rows * columns;
-        /* room for the sources: scaled rows of the widest one, and a few columns side by side */
-        const int64_t room = space.buffer_entries - front_entries(run, rows, columns);
-        if (room < columns * widest_source || room < 16 * rows) break;
+        const int64_t front = front_rows(s, end, columns) * columns;
         for (int64_t source = lists.head[s.xsuper[end - 1] - 1]; source != 0; source = lists.next[source - 1])
             if (source < number) outside += supernode_columns(s, source) * lists.head[s.xsuper[source - 1] - 1];
         if (2 * front <= 3 * entries + columns * columns && outside > front && front > least_front) best = end;
-        if (end == last || s.sparent[end - 1] != end + 1) break;
     }
     return best;
 }
