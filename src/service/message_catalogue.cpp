@@ -1,7 +1,7 @@
 /* The table of texts. The solver's texts with counts stand twice: written once here, with D and I in place of the integer directives. */
 #include "service/message_catalogue.h"
 
-struct told_row {
+struct text_row {
     int32_t number;
     const char *text;
 };
@@ -135,7 +135,7 @@ struct told_row {
 #define WIDE(number, text) {message_wide(number), text},
 
 /* clang-format off */
-static constexpr told_row told_rows[] = {
+static constexpr text_row text_rows[] = {
     {message_line_end, "\n"},
     {message_cannot_load, "Norvi WKL FATAL ERROR: Cannot load %s."},
     {message_parameter, "Norvi WKL ERROR: Parameter %d was incorrect on entry to %s."},
@@ -287,16 +287,16 @@ static consteval catalogue build_catalogue()
         if (n > range->last) ++range;
         all.row[n] = {n, range->level, ""};
     }
-    for (const told_row &told : told_rows) all.row[told.number].text = told.text;
+    for (const text_row &given : text_rows) all.row[given.number].text = given.text;
     return all;
 }
 
 static consteval bool every_number_stands_once()
 {
     bool seen[message_count] = {};
-    for (const told_row &told : told_rows) {
-        if (seen[told.number]) return false;
-        seen[told.number] = true;
+    for (const text_row &given : text_rows) {
+        if (seen[given.number]) return false;
+        seen[given.number] = true;
     }
     return true;
 }

@@ -1,5 +1,5 @@
 /* Sizes of the work arrays, stage by stage, as soon as the analysis result that fixes them is known. All sizes are in 8-byte words. The
-   told formulas are the least each array gets; the arrays of the position map, the lists and the adjacency grow beyond them where their
+   formulas below are the least each array gets; the arrays of the position map, the lists and the adjacency grow beyond them where their
    contents need more. */
 #include <initializer_list>
 
@@ -220,9 +220,9 @@ void plan_refinement(planner *plan)
     const solver_state *s = plan->state;
     const int64_t nb = larger(s->nb, 0);
     const int64_t blocks = s->refinement_steps >= 0 ? 2 : s->symmetric_structure == 1 ? 5 : 4;
-    const int64_t told = product(sum(product(blocks, s->neqns), product(2, s->nproc)), nb);
+    const int64_t least = product(sum(product(blocks, s->neqns), product(2, s->nproc)), nb);
     const int64_t needed = refinement_work_entries(s->neqns, nb, s->refinement_steps);
-    give(plan, array_solve_work, sum(real_words(s, product(larger(told, needed), s->element_words)), 1));
+    give(plan, array_solve_work, sum(real_words(s, product(larger(least, needed), s->element_words)), 1));
 }
 
 using stage_plan = void(planner *);
@@ -258,7 +258,7 @@ void solve_sizes(solver_state *state, int64_t ido_internal, int64_t nb)
     const int64_t team = larger(threads, control->reproducible_units);
     state->solve_work_a = larger(state->solve_work_a, product(solve_work_entries(&structure, columns, team), e));
     if (control->cg_mode == 0) return;
-    const int64_t told = product(sum(5 * control->neqns + 9, product(2, threads)), columns);
+    const int64_t least = product(sum(5 * control->neqns + 9, product(2, threads)), columns);
     state->control->hybrid_work_words = hybrid_work_entries(control->neqns, columns, control->cg_mode);
-    state->solve_work_b = product(larger(told, state->control->hybrid_work_words), e);
+    state->solve_work_b = product(larger(least, state->control->hybrid_work_words), e);
 }

@@ -100,7 +100,7 @@ bool compress_matched_pairs(solver_call *call, compressed_order *pairs)
     return true;
 }
 
-/* Workspace of the ordering for that many threads. The adjacency may hold two entries more a row than the told size, for rows without a
+/* Workspace of the ordering for that many threads. The adjacency may hold two entries more a row than the planned size, for rows without a
    diagonal. */
 int64_t ordering_work_words(const solver_call *call, int64_t threads)
 {

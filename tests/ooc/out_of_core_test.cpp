@@ -219,7 +219,7 @@ TEST(out_of_core, kept_files_stay_complete_private_and_apart)
     }
 }
 
-/* Every way in which files can fail: the told code and words, no crash, and the handle works in core afterwards. */
+/* Every way in which files can fail: the documented code and words, no crash, and the handle works in core afterwards. */
 void expect_usable_in_core(session *s)
 {
     s->parameter(iparam_core_mode) = 0;
