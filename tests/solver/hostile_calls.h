@@ -148,7 +148,7 @@ inline const char *hostile_calls(session *s, byte_source *bytes)
     s->parameter(iparam_single_precision) = bytes->chance(4) ? 1 : 0;
     constexpr int64_t steps[] = {13, 11, 12, 22, 23, 33, 331, 332, 333, 0, 13, 33, 23};
     constexpr int64_t odd_steps[] = {334, 1, 5, 14, 21, 32, 34, 100, -4, -1, -2, -3, INT64_MAX, INT64_MIN + 1};
-    bool sound = true;
+    bool sound = true, spoiled = false; /* spoiled: the checker stays on, a call that reads its own copies leaves the arrays as they are */
     for (int64_t calls = bytes->within(1, 6); calls > 0; --calls) {
         const bool same_matrix = s->neqns > 0 && !bytes->chance(3);
         s->max_fac_store = bytes->within(1, 3);
@@ -159,10 +159,12 @@ inline const char *hostile_calls(session *s, byte_source *bytes)
             s->parameter(iparam_matrix_checker) = bytes->chance(3) ? 1 : 0;
             s->matrix_type = hostile_type(bytes, pairs);
             hostile_pattern(bytes, s, bytes->within(0, 1));
-            if (s->parameter(iparam_matrix_checker) == 1) spoil_pattern(bytes, s);
+            spoiled = s->parameter(iparam_matrix_checker) == 1;
+            if (spoiled) spoil_pattern(bytes, s);
         }
         sound = hostile_values(bytes, s) && sound;
         hostile_parameters(bytes, s);
+        if (spoiled) s->parameter(iparam_matrix_checker) = 1;
         s->perm.clear();
         for (int64_t i = 0; i < s->neqns; ++i)
             s->perm.push_back(bytes->chance(20) ? bytes->within(-1, 31) : s->neqns - i - s->parameter(iparam_zero_based));
