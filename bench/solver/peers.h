@@ -59,7 +59,8 @@ struct solver_facts {
 };
 
 struct solver_settings {
-    int64_t refine = 0; /* steps of iterative refinement, where the solver has it */
+    int64_t refine = 0;   /* steps of iterative refinement, where the solver has it */
+    int64_t exponent = 0; /* ours: a pivot below 10 to minus this is replaced; 0: its own choice */
     bool single = false;
 };
 

@@ -47,7 +47,7 @@ void set_parameters(const bench_system &s, const solver_settings &settings, int6
     iparam[0] = 1;
     iparam[1] = 2;
     iparam[7] = settings.refine;
-    iparam[9] = general ? 13 : indefinite ? 8 : 0;
+    iparam[9] = settings.exponent != 0 ? settings.exponent : general ? 13 : indefinite ? 8 : 0;
     iparam[10] = iparam[12] = indefinite || s.type == 11 || s.type == 13 ? 1 : 0;
     iparam[17] = iparam[18] = -1;
     iparam[20] = indefinite ? 1 : 0;

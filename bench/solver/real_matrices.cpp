@@ -1,7 +1,7 @@
-/* All matrices of a folder, with the types and settings of the command-line host: backward error without and with refinement, perturbed
-   pivots, inertia, entries of the factors and time, beside the solvers of others in the same run. Each matrix is solved in a child process
-   with a time limit, so that one bad case cannot take the others along.
-   Usage: real_matrices folder [--into document.md] [--csv file], see --help. */
+/* All matrices of a folder, with the types and settings of the command-line host: backward error without and with refinement and with
+   larger perturbations, perturbed pivots, inertia, entries of the factors and time, beside the solvers of others in the same run. Each
+   matrix is solved in a child process with a time limit, so that one bad case cannot take the others along. Usage: real_matrices folder
+   [--into document.md] [--csv file], see --help. */
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -33,7 +33,7 @@ double processor_seconds()
 }
 
 /* Right-hand side A times ones. Time: analysis, factorization and solve, the least of the rounds. */
-outcome solve_once(const bench_system &system, solver_opener open, int64_t refine, int rounds)
+outcome solve_once(const bench_system &system, solver_opener open, const solver_settings &settings, int rounds)
 {
     outcome result;
     result.seconds = 1e30;
@@ -41,8 +41,6 @@ outcome solve_once(const bench_system &system, solver_opener open, int64_t refin
     std::vector<double> ones(entries, 0.0), b(entries), x(entries, 0.0);
     for (size_t k = 0; k < entries; k += system.words()) ones[k] = 1.0;
     system_product(system, ones.data(), b.data(), 1);
-    solver_settings settings;
-    settings.refine = refine;
     for (int r = 0; r < rounds; ++r) {
         solver_session session;
         if (!open(system, settings, &session)) return result;
@@ -102,13 +100,14 @@ using cell_taker = std::function<void(const std::string &)>;
 /* Hands the cells of a row out one by one, so that those before a crash or the end of the time stay. */
 void make_row(const std::string &name, const market_matrix &a, int rounds, const cell_taker &take)
 {
+    const solver_settings plain{}, refined{.refine = 2}, careful{.refine = 2, .exponent = 8};
     int64_t type = first_type(a);
     bench_system system = make_system(name, bench_group::network, type, a);
-    outcome own = solve_once(system, open_own, 0, rounds);
+    outcome own = solve_once(system, open_own, plain, rounds);
     if (!own.done && own.facts.error == -4 && (type == 2 || type == 4)) { /* not definite after all */
         type = -type;
         system = make_system(name, bench_group::network, type, a);
-        own = solve_once(system, open_own, 0, rounds);
+        own = solve_once(system, open_own, plain, rounds);
     }
     const solver_facts &f = own.facts;
     const bool has_inertia = type % 2 == 0 && type != 6 && own.done;
@@ -118,7 +117,8 @@ void make_row(const std::string &name, const market_matrix &a, int rounds, const
     take(has_inertia ? std::to_string(f.positive_pivots) + "+ " + std::to_string(f.negative_pivots) + "-" : "");
     take(own.done && f.entries > 0 ? bench_number(f.entries, 0) : "");
     take(error_and_time(own));
-    take(error_and_time(solve_once(system, open_own, 2, rounds)));
+    take(error_and_time(solve_once(system, open_own, refined, rounds)));
+    take(error_and_time(solve_once(system, open_own, careful, rounds)));
     const bool is_complex = system.is_complex();
     const bench_system general = make_system(name, bench_group::network, is_complex ? 13 : 11, system.whole);
     for (const competitor &c : competitors()) {
@@ -126,7 +126,7 @@ void make_row(const std::string &name, const market_matrix &a, int rounds, const
         if (!has_column(peer)) continue;
         const bool symmetric_solver = peer == "CHOLMOD" || peer == "MUMPS";
         const bool fits = symmetric_solver ? peer == "MUMPS" || type == 2 || type == 4 : peer != "SuperLU" || !is_complex;
-        take(fits ? error_and_time(solve_once(symmetric_solver ? system : general, c.open, 2, rounds)) : "");
+        take(fits ? error_and_time(solve_once(symmetric_solver ? system : general, c.open, refined, rounds)) : "");
     }
 }
 
@@ -198,7 +198,7 @@ int main(int argc, char **argv)
         execv("/proc/self/exe", argv);
         return 1;
     }
-    bench_table table{{"matrix", "n", "type", "perturbed", "inertia", "entries", "ours", "ours refined"}, {}};
+    bench_table table{{"matrix", "n", "type", "perturbed", "inertia", "entries", "ours", "ours refined", "ours careful"}, {}};
     for (const competitor &c : competitors())
         if (has_column(c.name)) table.head.push_back(c.name);
     for (const std::string &path : files_of(folder)) {

@@ -102,6 +102,16 @@ TEST_F(solvara_host, bad_input_gives_a_message_with_the_line_and_status_1)
     EXPECT_NE(run("").status, 0);
 }
 
+TEST_F(solvara_host, solve_repeats_with_larger_perturbations_unless_the_caller_chose_them)
+{
+    const std::string a = std::string(WKL_TEST_DATA) + "/plskz362.mtx";
+    const outcome repeated = run("solve -q " + a), chosen = run("solve -q -e 13 " + a);
+    EXPECT_EQ(repeated.status, 0) << repeated.output;
+    EXPECT_NE(repeated.output.find("factoring again"), std::string::npos) << repeated.output;
+    EXPECT_NE(chosen.status, 0) << chosen.output;
+    EXPECT_EQ(chosen.output.find("factoring again"), std::string::npos) << chosen.output;
+}
+
 TEST_F(solvara_host, row_sums_of_a_real_matrix_agree_with_a_plain_loop)
 {
     const std::string path = std::string(WKL_SHARED_MATRICES) + "/bcsstk13.mtx.gz";
