@@ -1,9 +1,9 @@
 /* Factors in files against factors in core: the same system in two processes, the second one within a quarter of the memory that the first
    one's handle held: max_core_size, the address space that the process may add to what it had with the matrix built, and a control group of
    its own, page cache included, where one is given. Its solve reads files that are on the disk alone. Prints times, ratios, rates, peaks
-   and estimates. ooc_bench [--quick] [--case grid|elasticity] [--part N] [--group FOLDER] [FOLDER of the files]
-   --quick takes small systems and half of the memory, since their analysis takes more of it; --part takes one Nth; --group names an empty
-   memory control group that this process may write to. */
+   and estimates. ooc_bench [--quick] [--case grid|elasticity] [--side N] [--part N] [--group FOLDER] [FOLDER of the files]
+   --quick takes small systems and half of the memory, since their analysis takes more of it; --side sets the size of the grid, half of it
+   that of the brick; --part takes one Nth; --group names an empty memory control group that this process may write to. */
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -250,6 +250,7 @@ void add_row(bench_table *table, const std::string &name, const std::string &mod
 struct bench_options {
     bool quick = false;
     int64_t part = 0; /* the limit is this part of the memory; 0: 4, or 2 with quick */
+    int64_t side = 0; /* 0: 70, or 40 with quick */
     std::string only, group, folder = ".";
 };
 
@@ -264,6 +265,8 @@ bench_options read_options(int count, char **arguments)
             options.only = arguments[++i];
         else if (word == "--part" && i + 1 < count)
             options.part = std::atoll(arguments[++i]);
+        else if (word == "--side" && i + 1 < count)
+            options.side = std::atoll(arguments[++i]);
         else if (word == "--group" && i + 1 < count)
             options.group = arguments[++i];
         else
@@ -295,7 +298,7 @@ int main(int count, char **arguments)
                     static_cast<long long>(out.ooc_least_kb / 1024), static_cast<long long>(out.used_kb / 1024),
                     static_cast<long long>(core));
     };
-    const int64_t side = options.quick ? 40 : 70, bricks = options.quick ? 20 : 35;
+    const int64_t side = options.side > 0 ? options.side : options.quick ? 40 : 70, bricks = side / 2;
     if (options.only != "elasticity") run("grid " + std::to_string(side) + "^3", grid_3d_7(side, side, side));
     if (options.only != "grid") run("elasticity " + std::to_string(bricks) + "^3", elasticity(bricks, bricks, bricks));
     bench_print(table);

@@ -97,9 +97,9 @@ void numeric_dispatch(const factor_input<value_t> *input, factor_result *result)
     run.epsilon = perturbation_epsilon(in);
     run.hermitian = type->hermitian;
     run.two_sides = type->kind == factor_kind::lu;
-    /* together only where nothing is paged, and not where bits must not depend on what has arrived */
+    /* not together where bits must not depend on what has arrived */
     const bool strict_order = in.single_thread != 1 && in.lists->two_level == 2;
-    run.most_pending = in.store->pager == nullptr && !strict_order ? pending_limit : 1;
+    run.most_pending = strict_order ? 1 : pending_limit;
     run.total_entries = s.nnz_l;
     run.last_percent = -1;
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 /* The driver for factors in files. It reads as little as it can: small subtrees, whose blocks stay in the windows, go to one thread each;
-   above them as many supernodes as half of the windows hold are assembled together, a batch, so that a source is read once for all of
+   above them as many supernodes as most of the windows hold are assembled together, a batch, so that a source is read once for all of
    them. All threads work on one batch: on its members, or on the sources that come in.
 
    The order in which a supernode receives its sources does not depend on where batches end: those of the subtrees, those above them, each
@@ -71,7 +71,7 @@ int64_t next_target(const supernodal_structure &s, int64_t source, int64_t row)
     return remaining == 0 ? 0 : s.snode[supernode_row_list(s, source)[supernode_rows(s, source) - remaining] - 1];
 }
 
-/* Apply source to a member, if it has rows there. */
+/* Apply source to a member, if it has rows there. At once: what is applied together must not depend on where groups of sources end. */
 template <typename value_t, factor_kind kind, mirror sym>
 void update_member(factor_run<value_t> *run, thread_space<value_t> *space, target_block<value_t> *member, int64_t source)
 {
@@ -79,7 +79,9 @@ void update_member(factor_run<value_t> *run, thread_space<value_t> *space, targe
     const int64_t remaining = rows_from(s, source, member->first);
     if (remaining == 0) return;
     const int64_t row = supernode_row_list(s, source)[supernode_rows(s, source) - remaining];
-    if (row < member->first + member->columns) apply_update<value_t, kind, sym>(run, space, member, source, remaining);
+    if (row >= member->first + member->columns) return;
+    apply_update<value_t, kind, sym>(run, space, member, source, remaining);
+    flush_updates<value_t, kind, sym>(run, space, member);
 }
 
 /* Hold the supernodes from `first` on, as many as the windows admit. One thread, while no source is held. */
@@ -177,24 +179,21 @@ void apply_sources(factor_run<value_t> *run, thread_space<value_t> *space, batch
             member->mapped = false; /* the thread's map has served another member */
             for (int64_t i = 0; i < group.count && !failed(run); ++i)
                 update_member<value_t, kind, sym>(run, space, member, group.number[i]);
-            flush_updates<value_t, kind, sym>(run, space, member);
         }
     }
 }
 
-/* Factor the members in order, each applied to the later ones. */
+/* Factor the members in order, each applied to the later ones: the next one is factored while the others still receive the last one. */
 template <typename value_t, factor_kind kind, mirror sym>
 void factor_members(factor_run<value_t> *run, thread_space<value_t> *space, batch_state<value_t> *batch)
 {
     for (int64_t k = 0; k < batch->count; ++k) {
-#pragma omp single
-        if (!failed(run)) factor_supernode<value_t, kind, sym>(run, space, &batch->member[k]);
 #pragma omp for schedule(dynamic, 1)
-        for (int64_t i = k + 1; i < batch->count; ++i) {
+        for (int64_t i = k; i < batch->count; ++i) {
             if (failed(run)) continue;
             batch->member[i].mapped = false;
-            update_member<value_t, kind, sym>(run, space, &batch->member[i], batch->member[k].number);
-            flush_updates<value_t, kind, sym>(run, space, &batch->member[i]);
+            if (k > 0) update_member<value_t, kind, sym>(run, space, &batch->member[i], batch->member[k - 1].number);
+            if (i == k && !failed(run)) factor_supernode<value_t, kind, sym>(run, space, &batch->member[i]);
         }
     }
 }

@@ -68,7 +68,7 @@ int64_t make_groups(factor_run<value_t> *run, thread_space<value_t> *space, cons
 
         const bool inside = up > 0 && s.xsuper[up - 1] >= target.first;
         const int64_t parent = inside ? -1 : find_pending(pending, i, up);
-        update_group *joined = nullptr; /* one source alone stays as it is: paged blocks are read in place only */
+        update_group *joined = nullptr; /* one source alone stays as it is */
         if (space->pending_count > 1 && inside)
             joined = &whole;
         else if (parent >= 0)

@@ -127,7 +127,15 @@ bool open_source(factor_run<value_t> *run, int64_t source, int64_t q, source_row
     return true;
 }
 
-/* Segments of one pass over the target. */
+template <typename value_t, factor_kind kind>
+void close_source(const factor_store<value_t> &store, int64_t source)
+{
+    if (store.pager == nullptr) return;
+    release_block(store, factor_side::lower, source, block_use::read);
+    if constexpr (kind == factor_kind::lu) release_block(store, factor_side::upper, source, block_use::read);
+}
+
+/* Segments of one pass over the target. Of paged blocks only one is held at a time: who holds one must not wait for another. */
 constexpr int64_t segment_limit = 16;
 
 /* Sources with all rows of the place, read where they lie. The scaled rows of LDL^T must fit the buffer together. */
@@ -157,12 +165,8 @@ void apply_in_place(factor_run<value_t> *run, thread_space<value_t> *space, cons
             upper[opened] = {rows.u + k, rows.ldu, rows.w, rows.ld, rows.width};
         }
     }
-    if (opened == count) update_sides<value_t, kind, sym>(space, target, place, count, lower, upper);
-    if (store.pager == nullptr) return;
-    for (int64_t i = 0; i < opened; ++i) {
-        release_block(store, factor_side::lower, source[i], block_use::read);
-        if constexpr (kind == factor_kind::lu) release_block(store, factor_side::upper, source[i], block_use::read);
-    }
+    if (opened > 0 && opened == count) update_sides<value_t, kind, sym>(space, target, place, count, lower, upper);
+    for (int64_t i = 0; i < opened; ++i) close_source<value_t, kind>(store, source[i]);
 }
 
 /* Columns of a source into a panel with the q rows of the group: from row i of the list to row relative[list[i] - 1], 0 elsewhere. */
@@ -211,6 +215,7 @@ int64_t apply_packed(factor_run<value_t> *run, thread_space<value_t> *space, con
         }
         if constexpr (kind == factor_kind::lu)
             spread_rows(list, one.rows, space->relative, rows.u, rows.ldu, rows.width, q, other + done * q);
+        close_source<value_t, kind>(*run->in->store, one.source);
         done += rows.width;
     }
     update_segment<value_t> lower = {w, q, w, q, depth}, upper = {};
@@ -237,6 +242,7 @@ void apply_group(factor_run<value_t> *run, thread_space<value_t> *space, target_
     constexpr update_costs cost = costs_of<value_t>();
     const double pass = cost.scattered * update_entries<kind>(q, k), copy = cost.copied * static_cast<double>(q);
     const bool alone = pending[group.first].next < 0;
+    const int64_t most = run->in->store->pager == nullptr ? segment_limit : 1;
     int64_t full[segment_limit], count = 0, used = 0, packed = -1, tail = -1;
     for (int64_t m = group.first, next = -1; m >= 0 && !failed(run); m = next) {
         next = pending[m].next;
@@ -253,7 +259,7 @@ void apply_group(factor_run<value_t> *run, thread_space<value_t> *space, target_
         }
         const int64_t needed = kind == factor_kind::ldlt ? k * width : 0;
         if (needed > space->buffer_entries) fail(run, -2);
-        if (count == segment_limit || used + needed > space->buffer_entries) {
+        if (count == most || used + needed > space->buffer_entries) {
             apply_in_place<value_t, kind, sym>(run, space, *target, place, count, full);
             count = used = 0;
         }

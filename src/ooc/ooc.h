@@ -46,8 +46,7 @@ struct ooc_request {
     int64_t element_bytes;
     int64_t threads; /* that want to hold blocks at once */
     int64_t message_flag;
-    int64_t *tables; /* array 49: eleven groups of two tables of supernodes + 1 words and two of supernodes + 2 */
-    int64_t table_words;
+    int64_t *tables;                       /* array 49: eleven groups of two tables of supernodes + 1 words and two of supernodes + 2 */
     int64_t window_entries[2];             /* lnz, unz: the windows that ooc_open will be given; read by ooc_prepare */
     ooc_index_array index[ooc_file_count]; /* by file number less 1 */
 };

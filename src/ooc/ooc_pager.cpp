@@ -10,7 +10,7 @@
 namespace
 {
 
-constexpr int64_t pages_ahead = 2; /* of a sweep, asked from the system while the current one is used */
+constexpr int64_t run_share = 4; /* of a window: pages that a backward sweep reads at a time */
 
 platform_file file_of(const ooc_tree *tree, const ooc_side *side)
 {
@@ -98,17 +98,6 @@ void ask_ahead(ooc_tree *tree, const ooc_side *side, ooc_page *page)
     omp_set_lock(&tree->lock);
 }
 
-/* A sweep goes on in the direction it came. */
-void ask_for_next_pages(ooc_tree *tree, ooc_side *side, const ooc_page *page)
-{
-    const int64_t index = page - side->pages, step = index >= side->last_page ? 1 : -1;
-    side->last_page = index;
-    for (int64_t k = 1; k <= pages_ahead; ++k) {
-        const int64_t ahead = index + k * step;
-        if (ahead >= 0 && ahead < side->page_count) ask_ahead(tree, side, &side->pages[ahead]);
-    }
-}
-
 /* Put a resident page, which nobody has pinned, out of the window. */
 void put_out(ooc_tree *tree, ooc_side *side, ooc_page *page)
 {
@@ -116,6 +105,7 @@ void put_out(ooc_tree *tree, ooc_side *side, ooc_page *page)
     if (page->dirty) write_page(tree, side, page);
     ooc_list_remove(side, page);
     page->state = page_state::absent;
+    page->expected = false;
 }
 
 /* Bring an absent page in. False when there is no place at the moment. */
@@ -130,13 +120,28 @@ bool bring_in(ooc_tree *tree, ooc_side *side, ooc_page *page, bool target)
     ooc_list_insert(side, page); /* the place is taken from now on */
     const ooc_page *pages = side->pages;
     while (page->after >= 0 && pages[page->after].place < place + page->bytes) put_out(tree, side, &side->pages[page->after]);
-    if (page->stored && page->bytes > 0) {
-        if (tree->purpose == ooc_purpose::solve) ask_for_next_pages(tree, side, page);
-        read_page(tree, side, page);
-    }
-    page->expected = false;
+    if (page->stored && page->bytes > 0) read_page(tree, side, page);
+    page->expected = true;
     page->state = page_state::resident;
+    page->stamp = ++tree->clock;
     return true;
+}
+
+/* The system reads ahead by itself where reads ascend. A sweep that descends, away from the neighbour that was used last, takes a run of
+   pages at a time, from its far end to the page that is wanted: several times as fast as page by page. */
+bool bring_run_in(ooc_tree *tree, ooc_side *side, ooc_page *page)
+{
+    const int64_t index = page - side->pages;
+    const int64_t before = index > 0 ? side->pages[index - 1].stamp : 0, after = index + 1 < side->page_count ? page[1].stamp : 0;
+    int64_t first = index, bytes = page->bytes;
+    for (; before < after && first > 0; --first) {
+        const ooc_page &next = side->pages[first - 1];
+        bytes += next.bytes;
+        if (next.state != page_state::absent || bytes > side->bytes / run_share) break;
+    }
+    for (; first < index && tree->fault == 0; ++first)
+        if (side->pages[first].state == page_state::absent && !bring_in(tree, side, &side->pages[first], false)) break;
+    return page->state != page_state::absent || bring_in(tree, side, page, false);
 }
 
 void *acquire(void *context, factor_side kind, int64_t supernode, block_use use)
@@ -149,7 +154,8 @@ void *acquire(void *context, factor_side kind, int64_t supernode, block_use use)
     omp_set_lock(&tree->lock);
     while (tree->fault == 0) {
         if (page->state == page_state::absent) {
-            if (!bring_in(tree, side, page, target)) pause(tree);
+            const bool sweeps = tree->purpose == ooc_purpose::solve;
+            if (!(sweeps ? bring_run_in(tree, side, page) : bring_in(tree, side, page, target))) pause(tree);
             continue;
         }
         if (page->state == page_state::resident) {
@@ -165,6 +171,7 @@ void *acquire(void *context, factor_side kind, int64_t supernode, block_use use)
         ++page->pins;
         if (target) ++page->target_pins;
         page->stamp = ++tree->clock;
+        page->expected = false;
         block = side->base + page->place + (ooc_block_offset(&tree->structure, kind, supernode, tree->element_bytes) - page->offset);
     }
     omp_unset_lock(&tree->lock);

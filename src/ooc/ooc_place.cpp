@@ -15,10 +15,10 @@ struct page_worth {
 constexpr page_worth worth_nothing = {INT64_MIN, INT64_MIN};
 
 /* The least recently used page goes: subtrees work on what was made last, and sweeps turn round at their ends. Half-made pages stay, they
-   would be written twice. */
+   would be written twice, and so do those that were read in advance. */
 page_worth worth_of(const ooc_page &page)
 {
-    return {page.unmade > 0 ? 1 : 0, page.stamp};
+    return {page.unmade > 0 || page.expected ? 1 : 0, page.stamp};
 }
 
 bool fixed(const ooc_page &page)
@@ -64,7 +64,7 @@ bool ooc_admits_target(const ooc_tree *tree, const ooc_side *side, const ooc_pag
     int64_t bytes = page->bytes, victim = -1, until = -1;
     for (int64_t i = side->head; i >= 0; i = side->pages[i].after)
         if (side->pages[i].target_pins > 0) bytes += side->pages[i].bytes;
-    if (bytes > side->bytes / 2) return false;
+    if (bytes > side->bytes / 4 * 3) return false;
     if (page->state == page_state::resident) return ooc_may_pin_target(tree, side, page);
     return ooc_find_place(tree, side, page, true, &victim, &until) >= 0;
 }

@@ -30,7 +30,7 @@ struct ooc_page {
     int64_t unmade; /* blocks that this factorization has not made yet */
     page_state state;
     bool stored, dirty; /* in the file; the window holds what the file does not */
-    bool expected;      /* a read-ahead is under way */
+    bool expected;      /* absent: the system was asked to read it; resident: read in advance, not yet used */
 };
 
 struct ooc_side {
@@ -40,9 +40,8 @@ struct ooc_side {
     int64_t total, largest;
     char *base; /* the window, borrowed */
     int64_t bytes;
-    int64_t head;      /* first page of the window, -1 when it is empty */
-    int64_t last_page; /* solve: the page that was read last */
-    bool natural;      /* the window holds everything: each page at its offset */
+    int64_t head; /* first page of the window, -1 when it is empty */
+    bool natural; /* the window holds everything: each page at its offset */
 };
 
 /* Files of one matrix number. */
@@ -93,7 +92,7 @@ void ooc_reset_side(ooc_tree *tree, factor_side side, bool stored);
 /* Place for a page, or -1 when pinned pages leave none at the moment. The pages that overlap it, none of them pinned, are
  *victim .. until (exclusive) of the list by address; equal when there is none. */
 int64_t ooc_find_place(const ooc_tree *tree, const ooc_side *side, const ooc_page *page, bool target, int64_t *victim, int64_t *until);
-/* Half of a window is for targets, the rest for sources. Asked while no source is held. */
+/* Three quarters of a window are for targets, the rest for sources. Asked while no source is held. */
 bool ooc_admits_target(const ooc_tree *tree, const ooc_side *side, const ooc_page *page);
 bool ooc_may_pin_target(const ooc_tree *tree, const ooc_side *side, const ooc_page *page);
 void ooc_list_insert(ooc_side *side, ooc_page *page);

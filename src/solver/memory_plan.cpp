@@ -50,8 +50,8 @@ void account(solver_state *state, int64_t bytes)
     service_flush_output();
 }
 
-/* Give block words words, of which the first `used` take memory; an array that is there already is grown and keeps its contents. Neither
-   figure ever shrinks. */
+/* Give block words words, of which the first `used` take memory and count; an array that is there already is grown and keeps its contents.
+   Neither figure ever shrinks. */
 void give(planner *plan, array_block *block, int64_t words, int64_t used)
 {
     const int64_t old = block->data == nullptr ? 0 : block->count, held = old - block->absent;
@@ -59,7 +59,7 @@ void give(planner *plan, array_block *block, int64_t words, int64_t used)
     words = larger(words, old);
     used = larger(used, held);
     if (plan->count_only) {
-        plan->state->memory_count_only = sum(plan->state->memory_count_only, 8 * (words - old));
+        plan->state->memory_count_only = sum(plan->state->memory_count_only, 8 * (used - held));
         return;
     }
     void *data = nullptr;
@@ -74,7 +74,7 @@ void give(planner *plan, array_block *block, int64_t words, int64_t used)
     block->data = data;
     block->count = words;
     block->absent = words - used;
-    account(plan->state, 8 * (words - old));
+    account(plan->state, 8 * (used - held));
 }
 
 void give(planner *plan, array_block *block, int64_t words)
@@ -179,8 +179,10 @@ void plan_after_reordering(planner *plan)
 
 void plan_ooc_tree(planner *plan)
 {
-    /* eleven files, each with two tables of S + 1 words and two of S + 2 */
-    give(plan, array_ooc_tree, 11 * (4 * plan->state->supernodes + 6));
+    /* eleven files, each with two tables of S + 1 words and two of S + 2; the file layer works with the first table of files 2 and 3 */
+    const int64_t supernodes = plan->state->supernodes, group = 4 * supernodes + 6;
+    const int64_t used = (plan->state->symmetric_structure == 1 ? group : 2 * group) + supernodes + 1;
+    give(plan, plan->state->array[array_ooc_tree], 11 * group, used);
 }
 
 void plan_ooc_arrays(planner *plan)

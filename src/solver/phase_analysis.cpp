@@ -122,7 +122,7 @@ int64_t ordering_lists_words(const solver_call *call, int64_t threads)
     return (2 * threads + 3) * call->neqns + 5;
 }
 
-/* Counted for the domains' threads, taken for those that there are. */
+/* Sized for the domains' threads, taken for those that there are. */
 void size_ordering(solver_call *call)
 {
     solver_state *state = call->state;

@@ -6,7 +6,7 @@ namespace
 void release(array_block *block, bool count_only, solver_state *state)
 {
     if (block == nullptr || block->data == nullptr) return;
-    const int64_t bytes = 8 * block->count;
+    const int64_t bytes = 8 * (block->count - block->absent);
     if (count_only) {
         state->memory_count_only -= bytes;
         return;

@@ -15,7 +15,6 @@ ooc_request stage_ooc_request(const solver_call *call, const supernodal_structur
                            s->nproc,
                            s->control->message_flag,
                            static_cast<int64_t *>(tables->data),
-                           tables->count,
                            {s->ooc_buffer_u, s->ooc_buffer_v},
                            {}};
     const position_map map = stage_position_map(s);

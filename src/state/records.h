@@ -72,7 +72,7 @@ static_assert(sizeof(ooc_transfer_stats) == 129 * sizeof(int64_t));
 /* Header of one work array: count in 8-byte words. */
 struct array_block {
     int64_t count;
-    int64_t absent; /* words of count that no thread of this run would use: they count, and take no memory */
+    int64_t absent; /* words of count that this run would not use: they take no memory */
     void *data;     /* null until the array exists */
 };
 
