@@ -72,7 +72,7 @@ static_assert(sizeof(ooc_transfer_stats) == 129 * sizeof(int64_t));
 /* Header of one work array: count in 8-byte words. */
 struct array_block {
     int64_t count;
-    int64_t absent; /* words of count that this run would not use: they take no memory */
+    int64_t absent; /* words of count that this run does not use: they take no memory, and memory_current leaves them out */
     void *data;     /* null until the array exists */
 };
 
