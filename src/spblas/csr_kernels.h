@@ -114,19 +114,18 @@ void scatter_rows(int64_t r1, int64_t r2, value_t alpha, const value_t *a, const
 
 /* ---- the mirrored bodies: each stored entry acts twice, as it stands for row i, and mirrored for row c ---- */
 
-/* Ask for the entries that stand 128 places ahead: rows leave the hardware's own prefetching behind (5 % on 3D grids). The address may lie
-   past the end, which a prefetch does not mind. Once for a short row or each four entries of a long one: asking for some lines of a long
-   row only costs a third of the speed, since it misleads the hardware. */
+/* Ask for the entries that stand 1 kB ahead: rows leave the hardware's own prefetching behind (a third of the time on 3D grids). The
+   address may lie past the end, which a prefetch does not mind. Once for a short row or each four entries of a long one: asking for some
+   lines of a long row only costs a third of the speed, since it misleads the hardware. */
 template <typename value_t>
 inline void prefetch_ahead(const value_t *a, const int64_t *ja, int64_t p)
 {
-    const uintptr_t ahead = static_cast<uintptr_t>(p) + 128;
-    __builtin_prefetch(reinterpret_cast<const void *>(reinterpret_cast<uintptr_t>(a) + ahead * sizeof(value_t)));
-    __builtin_prefetch(reinterpret_cast<const void *>(reinterpret_cast<uintptr_t>(ja) + ahead * sizeof(int64_t)));
+    __builtin_prefetch(reinterpret_cast<const void *>(reinterpret_cast<uintptr_t>(a + p) + 1024));
+    __builtin_prefetch(reinterpret_cast<const void *>(reinterpret_cast<uintptr_t>(ja + p) + 1024));
 }
 
 constexpr int64_t long_row = 12;       /* entries from which walking by fours pays (3D grids: 4 to 14 entries, elasticity: 40) */
-constexpr int64_t started_ahead = 512; /* entries of a result that are started at once, few enough to stay in the first-level cache */
+constexpr int64_t started_ahead = 128; /* entries of a result that are started at once */
 
 /* What the rows of one call have in common. */
 template <typename value_t>
@@ -155,13 +154,18 @@ struct column_span {
     value_t *y;
 };
 
-/* Scale y up to and somewhat beyond entry c. */
+/* Scale y up to and somewhat beyond entry c, and ask for the entries of the next time: waiting for them costs 5 to 10 % on 3D grids. */
 template <typename arithmetic, typename value_t>
 void start_up_to(mirrored_call<value_t> *s, int64_t c)
 {
     const int64_t last = s->r2 - c < started_ahead ? s->r2 : c + started_ahead;
     scale_vector<arithmetic>(last - s->started, s->beta, s->y + s->started);
     s->started = last;
+    constexpr int64_t line = 64 / int64_t{sizeof(value_t)};
+    const uintptr_t next = reinterpret_cast<uintptr_t>(s->y + last);
+    for (int64_t e = 0; e < started_ahead; e += line) {
+        __builtin_prefetch(reinterpret_cast<const void *>(next + static_cast<uintptr_t>(e) * sizeof(value_t)), 1);
+    }
 }
 
 /* Let the private vector reach column c, and somewhat further. */
@@ -238,11 +242,12 @@ inline value_t row_factor(value_t x, value_t alpha)
     return diagonal == diagonal_skew ? -t : t;
 }
 
-/* The rest of a row, whatever may come: entries of any side, in any order, within and outside the rows. */
+/* The rest of a row, whatever may come: entries of any side, in any order, within and outside the rows. Did it reach outside? */
 template <typename arithmetic, typename value_t, int side, int diagonal, int conjugation>
-[[gnu::noinline]] void finish_row(mirrored_call<value_t> *s, row_place<value_t> place)
+inline bool finish_row(mirrored_call<value_t> *s, row_place<value_t> place)
 {
     constexpr bool upper = side == side_upper;
+    bool reached = false;
     csr_outside<value_t> *const outside = s->outside;
     const int64_t i = place.i, end = s->pntre[i - 1] - s->pntrb[0], own = upper ? i + 1 : s->r1;
     const value_t t = row_factor<diagonal, arithmetic>(s->x[i - 1], s->alpha);
@@ -258,6 +263,7 @@ template <typename arithmetic, typename value_t, int side, int diagonal, int con
         } else if (upper && c <= s->r2) {
             start_up_to<arithmetic>(s, c);
         } else {
+            reached = true;
             if (c < outside->first || c > outside->last) reach_outside<side>(outside, c);
             const int64_t first = outside->first;
             place = add_run<arithmetic, conjugation>(
@@ -268,6 +274,72 @@ template <typename arithmetic, typename value_t, int side, int diagonal, int con
     const bool kept = upper || s->beta != value_t(0);
     const value_t before = !kept ? value_t(0) : upper ? s->y[i - 1] : arithmetic::multiply(s->beta, s->y[i - 1]);
     s->y[i - 1] = multiply_add<arithmetic>(place.acc, s->alpha, before);
+    return reached;
+}
+
+/* The rest of a row and the rows behind it that reach outside as well, which come in a row where blocks of rows meet. Returns the row
+   behind them. */
+template <typename arithmetic, typename value_t, int side, int diagonal, int conjugation>
+[[gnu::noinline]] int64_t finish_rows(mirrored_call<value_t> *s, row_place<value_t> place)
+{
+    while (finish_row<arithmetic, value_t, side, diagonal, conjugation>(s, place)) {
+        const int64_t i = ++place.i;
+        if (i > s->r2 || (side == side_upper && i > s->started)) return i;
+        place = {i, s->pntrb[i - 1] - s->pntrb[0], diagonal == diagonal_unit ? s->x[i - 1] : value_t(0)};
+    }
+    return place.i + 1;
+}
+
+/* Rows from i to `last` that have n entries each, all of the side and within the rows, the diagonal being the last (lower) or the first one
+   (upper), as grids have them: straight code for a whole row, since the jumps of a loop cost more than the work. For adjacent rows with a
+   beta of 0 (lower). Returns the first row that is different. */
+template <typename arithmetic, typename value_t, int side, int conjugation, int n>
+[[gnu::noinline]] int64_t short_rows(const mirrored_call<value_t> *s, int64_t i, int64_t last)
+{
+    constexpr bool upper = side == side_upper;
+    constexpr int diagonal_at = upper ? 0 : n - 1;
+    const int64_t *const ja = s->ja, *const pntre = s->pntre;
+    const value_t *const a = s->a, alpha = s->alpha;
+    /* Columns count from `first`, the column behind the diagonal (upper) or the first row, and are in the side below `count`. */
+    int64_t first = upper ? i + 1 : s->r1, p = s->pntrb[i - 1] - s->pntrb[0], end = s->pntrb[i - 1] + n;
+    uint64_t count = static_cast<uint64_t>(upper ? s->started - i : i - s->r1);
+    const value_t *x = s->x + (first - 1);
+    value_t *__restrict y = s->y + (first - 1);
+    for (; i <= last && pntre[i - 1] == end; ++i, p += n, end += n) {
+        uint64_t c[n];
+        for (int e = 0; e < n; ++e) c[e] = static_cast<uint64_t>(ja[p + e] - first);
+        for (int e = 0; e < n; ++e) {
+            if (e == diagonal_at ? c[e] != (upper ? ~uint64_t{0} : count) : c[e] >= count) return i;
+        }
+        prefetch_ahead(a, ja, p);
+        const value_t own = upper ? x[-1] : x[count], t = row_factor<diagonal_stored, arithmetic>(own, alpha);
+        value_t *const own_y = upper ? y - 1 : y + count;
+        const value_t before = upper ? *own_y : value_t(0);
+        value_t acc = value_t(0);
+        for (int e = 0; e < n; ++e) {
+            if (e == diagonal_at)
+                add_diagonal<arithmetic, diagonal_stored, conjugation>(a[p + e], own, &acc);
+            else
+                act_twice<arithmetic, conjugation>(a[p + e], t, x + c[e], y + c[e], &acc);
+        }
+        *own_y = multiply_add<arithmetic>(acc, alpha, before);
+        first += upper;
+        x += upper;
+        y += upper;
+        count = upper ? count - 1 : count + 1;
+    }
+    return i;
+}
+
+/* short_rows for the lengths that common grids have in one triangle: 3 (2D, 5 points), 4 (3D, 7 points), 5 (2D, 9 points). Returns i for
+   other lengths. */
+template <typename arithmetic, typename value_t, int side, int conjugation>
+inline int64_t short_rows_of(int64_t length, const mirrored_call<value_t> *s, int64_t i, int64_t last)
+{
+    if (length == 3) return short_rows<arithmetic, value_t, side, conjugation, 3>(s, i, last);
+    if (length == 4) return short_rows<arithmetic, value_t, side, conjugation, 4>(s, i, last);
+    if (length == 5) return short_rows<arithmetic, value_t, side, conjugation, 5>(s, i, last);
+    return i;
 }
 
 /* The rows from i to `last`, up to the first entry that is neither the diagonal nor one of the side in a row at hand: its place, or a row
@@ -284,6 +356,12 @@ row_place<value_t> mirrored_sweep(const mirrored_call<value_t> *s, int64_t i, in
     value_t *const __restrict y = s->y;
     int64_t p = pntrb[i - 1] - base;
     for (; i <= last; ++i) {
+        if constexpr (usual && arithmetic::real && diagonal == diagonal_stored) {
+            const int64_t next = short_rows_of<arithmetic, value_t, side, conjugation>(pntre[i - 1] - base - p, s, i, last);
+            if (next > last) return {next, p, value_t(0)};
+            if (next > i) p = pntrb[next - 1] - base;
+            i = next;
+        }
         if (!usual) p = pntrb[i - 1] - base;
         const int64_t end = pntre[i - 1] - base, first = upper ? i + 1 : r1, count = upper ? started - i : i - r1;
         const value_t t = row_factor<diagonal, arithmetic>(x[i - 1], alpha);
@@ -325,10 +403,7 @@ void mirrored_rows(int64_t r1, int64_t r2, value_t alpha, const value_t *a, cons
         if (upper && i > s.started) start_up_to<arithmetic>(&s, i);
         const int64_t last = upper ? s.started : r2;
         const row_place<value_t> place = (usual ? usual_sweep : sweep)(&s, i, last);
-        i = place.i;
-        if (i > last) continue;
-        finish_row<arithmetic, value_t, side, diagonal, conjugation>(&s, place);
-        ++i;
+        i = place.i > last ? place.i : finish_rows<arithmetic, value_t, side, diagonal, conjugation>(&s, place);
     }
 }
 
