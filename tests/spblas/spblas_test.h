@@ -1,6 +1,7 @@
 /* What the tests of the sparse products share: random matrices and control over threads. */
 #pragma once
 
+#include <array>
 #include <complex>
 #include <cstdlib>
 #include <cstring>
@@ -57,18 +58,26 @@ std::vector<value_t> random_vector(int64_t n, uint64_t seed)
     return x;
 }
 
-/* Rows of 0 to 8 entries in any order, on both sides of the diagonal, with repeated columns. */
+/* Runs of five rows of each kind: 0 to 8 entries in any order, on both sides of the diagonal, with repeated columns; or as grids have them,
+   ascending, the diagonal and 2, 3, 4 or 19 entries before it or behind it. */
 template <typename value_t>
 csr_matrix<value_t> random_matrix(int64_t m, int64_t k, int64_t base, uint64_t seed)
 {
     std::mt19937_64 random(seed);
     csr_matrix<value_t> s = {m, k, {base}, {}, {}};
+    const auto add = [&](int64_t c) {
+        if (c < 1 || c > k) return;
+        s.ja.push_back(c);
+        s.a.push_back(random_value<value_t>(&random));
+    };
     for (int64_t i = 1; i <= m; ++i) {
-        for (uint64_t count = k > 0 ? random() % 9 : 0; count > 0; --count) {
-            const bool on_diagonal = random() % 6 == 0 && i <= k;
-            s.ja.push_back(on_diagonal ? i : 1 + static_cast<int64_t>(random() % static_cast<uint64_t>(k)));
-            s.a.push_back(random_value<value_t>(&random));
+        const int64_t kind = i / 5 % 10, beside = std::array<int64_t, 4>{2, 3, 4, 19}[static_cast<size_t>(kind % 4)];
+        for (uint64_t count = k > 0 && kind > 7 ? random() % 9 : 0; count > 0; --count) {
+            const bool on_diagonal = random() % 6 == 0;
+            add(on_diagonal ? i : 1 + static_cast<int64_t>(random() % static_cast<uint64_t>(k)));
         }
+        for (int64_t d = beside; kind < 4 && d >= 0; --d) add(i - d * (d + 1) / 2);
+        for (int64_t d = 0; kind >= 4 && kind < 8 && d <= beside; ++d) add(i + d * (d + 1) / 2);
         s.ia.push_back(base + static_cast<int64_t>(s.ja.size()));
     }
     return s;

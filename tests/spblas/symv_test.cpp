@@ -12,9 +12,11 @@ namespace
 using matrix = csr_matrix<double>;
 using vector = std::vector<double>;
 
+/* With a reproducible branch asked for (CTest runs this file that way too) no processor may fuse. */
 double last_sum(double t, double v, double y)
 {
-    return service_cpu_type() == 5 ? std::fma(t, v, y) : t * v + y;
+    static const bool fused = getenv("WKL_CBWR") == nullptr && service_cpu_type() == 5;
+    return fused ? std::fma(t, v, y) : t * v + y;
 }
 
 /* Rows r1..r2 into a zeroed y whose first entry is `origin`. */
@@ -64,6 +66,18 @@ vector product(const char *uplo, const matrix &s, const vector &x)
     return y;
 }
 
+/* The values that a product of this triangle must not read. */
+matrix poisoned(matrix s, bool upper)
+{
+    for (int64_t i = 1; i <= s.m; ++i) {
+        for (int64_t p = s.ia[static_cast<size_t>(i - 1)] - s.ia[0]; p < s.ia[static_cast<size_t>(i)] - s.ia[0]; ++p) {
+            const int64_t c = s.ja[static_cast<size_t>(p)];
+            if (upper ? c < i : c > i) s.a[static_cast<size_t>(p)] = std::nan("");
+        }
+    }
+    return s;
+}
+
 bool same_bits(const vector &a, const vector &b)
 {
     return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(double)) == 0);
@@ -99,7 +113,7 @@ TEST(lsame_of, takes_letters_in_either_case_and_nothing_else)
     EXPECT_FALSE(lsame("\xcc", "L", 1, 1));
 }
 
-TEST(symv, gives_the_told_bits_for_every_team_size_and_base)
+TEST(symv, gives_the_bits_of_a_model_for_every_team_size_and_base)
 {
     for (const int threads : {1, 2, 3, 8}) {
         use_threads(threads);
@@ -107,8 +121,10 @@ TEST(symv, gives_the_told_bits_for_every_team_size_and_base)
             for (const int64_t base : {0, 1, 5}) {
                 const matrix s = random_matrix<double>(m, m, base, static_cast<uint64_t>(m + base));
                 const vector x = random_vector<double>(m, 7);
-                ASSERT_TRUE(same_bits(product("l", s, x), expected_product(false, s, x, threads))) << "lower " << m << " " << threads;
-                ASSERT_TRUE(same_bits(product("Up", s, x), expected_product(true, s, x, threads))) << "upper " << m << " " << threads;
+                for (const bool upper : {false, true}) {
+                    ASSERT_TRUE(same_bits(product(upper ? "Up" : "l", poisoned(s, upper), x), expected_product(upper, s, x, threads)))
+                        << upper << " " << m << " " << threads;
+                }
             }
         }
     }
@@ -130,34 +146,23 @@ TEST(symv, caps_the_team_while_threads_are_dynamic)
     }
 }
 
-TEST(symv, runs_with_the_team_it_is_granted_inside_a_parallel_region)
+TEST(symv, runs_with_the_team_it_is_granted_for_each_of_two_callers_at_once)
 {
     use_threads(4);
-    omp_set_max_active_levels(1);
     const matrix s = random_matrix<double>(900, 900, 1, 11);
-    const vector x = random_vector<double>(900, 12), expected = expected_product(true, s, x, 1);
-    std::atomic<int> wrong{0};
+    const vector x = random_vector<double>(900, 12);
+    for (const int levels : {1, 2}) {
+        omp_set_max_active_levels(levels);
+        const vector expected = expected_product(true, s, x, levels == 1 ? 1 : 4);
+        std::atomic<int> wrong{0};
 #pragma omp parallel num_threads(2)
-    {
-        use_threads(4);
-        if (!same_bits(product("U", s, x), expected)) ++wrong;
-    }
-    EXPECT_EQ(wrong, 0);
-}
-
-TEST(symv, never_reads_values_on_the_other_side)
-{
-    use_threads(3);
-    matrix s = random_matrix<double>(300, 300, 1, 21);
-    const vector x = random_vector<double>(300, 22);
-    const vector clean = product("L", s, x);
-    for (int64_t i = 1; i <= s.m; ++i) {
-        for (auto p = static_cast<size_t>(s.ia[static_cast<size_t>(i - 1)] - 1); p < static_cast<size_t>(s.ia[static_cast<size_t>(i)] - 1);
-             ++p) {
-            if (s.ja[p] > i) s.a[p] = std::nan("");
+        {
+            use_threads(4);
+            if (!same_bits(product("U", s, x), expected)) ++wrong;
         }
+        EXPECT_EQ(wrong, 0) << levels;
     }
-    EXPECT_TRUE(same_bits(product("L", s, x), clean));
+    omp_set_max_active_levels(1);
 }
 
 TEST(symv, falls_back_to_one_thread_without_a_word_when_a_vector_is_not_to_be_had)
