@@ -26,7 +26,7 @@ struct contender {
     solver_session session;
     contest_record record;
     bool alive = true;
-    double first_factor = 0;
+    double first_factor = 0, first_both = 0; /* seconds; both: with the analysis */
     std::vector<double> x;
 };
 
@@ -86,10 +86,12 @@ void first_pass(const bench_system &system, const contest_options &options, cons
     one.record.group = static_cast<int>(system.group);
     one.record.threads = options.threads;
     one.record.n = static_cast<double>(system.whole.rows);
+    const double first = bench_seconds();
     one.alive = one.session.analyse();
     const double start = bench_seconds();
     one.alive = one.alive && one.session.factor();
     one.first_factor = bench_seconds() - start;
+    one.first_both = bench_seconds() - first;
     one.record.memory = memory_peak();
     one.x.resize(static_cast<size_t>(system.whole.rows * many_columns) * system.words());
     if (!one.alive)
@@ -110,15 +112,14 @@ std::vector<contest_record> hold_contest(const bench_system &system, const conte
 {
     std::vector<contender> all;
     for (const competitor &c : competitors()) {
+        const double limit = all.empty() ? 0 : std::max(5.0, 6 * all[0].first_both);
+        if (limit > 0 && options.affordable && wanted(options.solvers, c.name) && !options.affordable(c.name, limit)) {
+            std::fprintf(stderr, "%s, %s: not through in %.0f s, left out\n", system.name.c_str(), c.name, limit);
+            continue;
+        }
         if (wanted(options.solvers, c.name)) first_pass(system, options, c.name, c.open, false, &all);
         if (std::strcmp(c.name, "ours") == 0 && wanted(options.solvers, "single"))
             first_pass(system, options, "ours, single", c.open, true, &all);
-    }
-    for (contender &c : all) {
-        if (c.first_factor < 5 || c.first_factor < 20 * all[0].first_factor) continue;
-        std::fprintf(stderr, "%s, %s: %.0f s for the first factorization, left out\n", system.name.c_str(), c.record.solver.c_str(),
-                     c.first_factor);
-        c.alive = false;
     }
     const std::vector<double> b = right_sides(system);
     measure_in_turn(

@@ -2,6 +2,8 @@
  */
 #pragma once
 
+#include <functional>
+
 #include "peers.h"
 
 struct contest_options {
@@ -9,6 +11,8 @@ struct contest_options {
     int rounds = 5;
     double patience = 60; /* seconds: a solver whose first factorization took longer gets one round only */
     std::string solvers;  /* parts of names, separated by commas; empty: all */
+    /* Whether a solver gets through analysis and factorization within so many seconds; empty: all are tried. */
+    std::function<bool(const char *solver, double seconds)> affordable;
 };
 
 /* Seconds: processor time for one thread, so that neighbours on the machine weigh less; the clock for more. */

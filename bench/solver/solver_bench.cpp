@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <map>
 
 #include "contest.h"
@@ -63,7 +64,8 @@ std::vector<bench_case> all_cases()
 
 struct program_options {
     bool quick = false;
-    std::string part, csv, into, records, solvers, threads = "1,2";
+    std::vector<std::string> files;
+    std::string part, csv, into, records, probe, solvers, threads = "1,2";
     int rounds = 0, child_threads = 0;
 };
 
@@ -72,6 +74,41 @@ void shift_if_indefinite(const bench_case &one, market_matrix *a)
 {
     if (one.group != bench_group::indefinite || std::string(one.name) != "27-point indefinite") return;
     for (size_t i = 0; i < static_cast<size_t>(a->rows); ++i) a->value[static_cast<size_t>(a->ia[i + 1] - 2)] -= 25.3;
+}
+
+market_matrix case_matrix(const bench_case &one, bool quick)
+{
+    market_matrix matrix = quick ? one.make_quick() : one.make();
+    shift_if_indefinite(one, &matrix);
+    return matrix;
+}
+
+/* Starts this program again with one solver and one case, which the system ends when its time is over. True when it came through. */
+bool probe_solver(const std::string &name, const char *solver, double seconds)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(static_cast<unsigned>(seconds) + 1);
+        execl("/proc/self/exe", "solver_bench", "--probe", solver, "--case", name.c_str(), static_cast<char *>(nullptr));
+        _exit(127);
+    }
+    int status = 0;
+    return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+/* The other end of it. A solver that does not take the system is no reason to leave it out: the contest passes it over by itself. */
+int run_probe(const program_options &program)
+{
+    for (const bench_case &one : all_cases()) {
+        if (one.name != program.part) continue;
+        const bench_system system = make_system(one.name, one.group, one.type, case_matrix(one, false));
+        for (const competitor &c : competitors()) {
+            solver_session session;
+            if (c.name != program.probe || !c.open(system, {}, &session)) continue;
+            return session.analyse() && session.factor() ? 0 : 1;
+        }
+    }
+    return 0;
 }
 
 int run_child(const program_options &program)
@@ -83,12 +120,27 @@ int run_child(const program_options &program)
     options.solvers = program.solvers;
     const machine_record machine = measure_machine(options.threads);
     std::vector<contest_record> records;
+    for (const std::string &path : program.files) {
+        market_matrix matrix;
+        std::string error;
+        if (!read_matrix_market(path, &matrix, &error)) {
+            std::fprintf(stderr, "%s\n", error.c_str());
+            return 1;
+        }
+        const std::string name = std::filesystem::path(path).stem().string();
+        const auto measured = hold_contest(make_system(name, bench_group::network, 11, market_expand(matrix)), options);
+        records.insert(records.end(), measured.begin(), measured.end());
+        if (!write_records(program.records, machine, records)) return 1;
+    }
     for (const bench_case &one : all_cases()) {
+        if (!program.files.empty() && program.part.empty()) break;
         if (std::string(one.name).find(program.part) == std::string::npos || (program.quick && !one.make_quick)) continue;
-        market_matrix matrix = program.quick ? one.make_quick() : one.make();
-        shift_if_indefinite(one, &matrix);
+        if (!program.quick && one.group != bench_group::small_definite)
+            options.affordable = [&](const char *solver, double seconds) { return probe_solver(one.name, solver, seconds); };
+        else
+            options.affordable = nullptr;
         const double start = bench_seconds();
-        const auto measured = hold_contest(make_system(one.name, one.group, one.type, matrix), options);
+        const auto measured = hold_contest(make_system(one.name, one.group, one.type, case_matrix(one, program.quick)), options);
         std::fprintf(stderr, "%s, threads %d: %.0f s\n", one.name, options.threads, bench_seconds() - start);
         records.insert(records.end(), measured.begin(), measured.end());
         if (!write_records(program.records, machine, records)) return 1; /* after each case: a crash loses one case only */
@@ -107,6 +159,7 @@ bool run_with_threads(const program_options &program, const std::string &threads
         if (program.quick) words.push_back("--quick");
         if (!program.part.empty()) words.insert(words.end(), {"--case", program.part});
         if (!program.solvers.empty()) words.insert(words.end(), {"--solvers", program.solvers});
+        for (const std::string &path : program.files) words.insert(words.end(), {"--file", path});
         if (program.rounds != 0) words.insert(words.end(), {"--rounds", rounds});
         std::vector<char *> arguments;
         for (std::string &word : words) arguments.push_back(word.data());
@@ -276,13 +329,16 @@ int main(int argc, char **argv)
     CLI::App app("Speed of the solver beside those of others", "solver_bench");
     app.add_flag("-q,--quick", program.quick, "Small sizes, under a minute");
     app.add_option("-c,--case", program.part, "Only cases whose name holds this text");
+    app.add_option("-f,--file", program.files, "Real general matrices, Matrix Market; alone, or before the cases of --case");
     app.add_option("-s,--solvers", program.solvers, "Only solvers whose names hold one of these texts, separated by commas");
     app.add_option("-r,--rounds", program.rounds, "Rounds of each measurement");
     app.add_option("-t,--threads", program.threads, "1, 2 or 1,2");
     app.add_option("--csv", program.csv, "Write <name>.csv, <name>_ratios.csv and <name>_gains.csv");
     app.add_option("--into", program.into, "Document whose tables are replaced");
     app.add_option("--child-threads", program.child_threads, "Internal")->group("");
+    app.add_option("--probe", program.probe, "Internal")->group("");
     app.add_option("--records", program.records, "Internal")->group("");
     CLI11_PARSE(app, argc, argv);
+    if (!program.probe.empty()) return run_probe(program);
     return program.child_threads != 0 ? run_child(program) : run_parent(program);
 }
