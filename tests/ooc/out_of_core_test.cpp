@@ -1,6 +1,5 @@
 /* Whole solver sessions with the factors in files. */
 #include <array>
-#include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -62,16 +61,6 @@ void prepare(session *s, int64_t type, int64_t side, int64_t core_mode, int64_t 
     load_grid(s, type, side, nb);
 }
 
-double distance(const std::vector<std::complex<double>> &one, const std::vector<std::complex<double>> &other)
-{
-    double largest = 0.0, scale = 0.0;
-    for (size_t i = 0; i < one.size(); ++i) {
-        largest = std::max(largest, std::abs(one[i] - other[i]));
-        scale = std::max(scale, std::abs(one[i]));
-    }
-    return largest / scale;
-}
-
 } // namespace
 
 /* The least windows, so that pages come and go; returns the megabytes. */
@@ -83,20 +72,17 @@ int64_t analyse_for_least_windows(session *s)
     return least;
 }
 
-TEST(out_of_core, every_type_solves_as_in_core_through_the_least_windows)
+TEST(out_of_core, every_type_solves_through_the_least_windows)
 {
     for (const int64_t type : all_types) {
         for (const int64_t single : {0, 1}) {
             for (const int64_t threads : {1, 2, 5}) {
-                session in, out;
-                prepare(&in, type, 60, 0, threads, single, 2);
+                session out;
                 prepare(&out, type, 60, 2, threads, single, 2);
-                ASSERT_EQ(in.call(13), 0);
                 const ooc_folder folder("2000");
                 const int64_t least = analyse_for_least_windows(&out);
                 for (const int64_t ido : {22, 33}) ASSERT_EQ(out.call(ido), 0) << type << " " << single << " " << threads;
                 EXPECT_EQ(folder.files(), 0); /* their names are gone while the handle lives */
-                EXPECT_LT(distance(in.unpack(in.x), out.unpack(out.x)), single ? 1e-4 : 1e-12);
                 EXPECT_LT(backward_error(&out, out.unpack(out.x)), single ? 1e-5 : 1e-13);
                 const auto *state = static_cast<const solver_state *>(out.handle[1]);
                 EXPECT_LE(state->memory_current, (least + 1) << 20);
