@@ -2,8 +2,8 @@
    whole or lower.
 
    The depths of all pairs form one long depth, cut at multiples of depth_block. For each cut the right operand is laid out in tiles
-   (depth by tile_columns), then a few rows in strips (depth by tile_rows), and each column tile, in the first level cache, meets these
-   strips, in the second. An operand that already has its tile direction contiguous and a small depth is used where it lies. */
+   (depth by tile_columns), then a few rows in strips (depth by tile_rows), and each strip, in the first level cache, meets the column
+   tiles, in the second. An operand that already has its tile direction contiguous and a small depth is used where it lies. */
 #pragma once
 
 #include "dense/family/tile.h"
@@ -46,9 +46,10 @@ constexpr int64_t strip_reals = tile_rows<real_t> *depth_block;
 template <typename real_t>
 constexpr int64_t tile_reals = tile_columns *depth_block;
 
-/* Strips that every column tile meets in turn: 4 * 24 KB stay in the second level cache, and the result is walked in runs of 48 rows.
-   Measured (m 500 .. 5000, n = k 32 .. 128, on processors with 512 KB of it): 4, 8 and 16 differ by less than 3 %. */
+/* Strips that are packed at a time, and column tiles that every strip meets in turn: 4 * 24 KB and 48 * 8 KB stay in a second level cache
+   of 512 KB. */
 constexpr int64_t work_strips = 4;
+constexpr int64_t work_tiles = 48;
 
 template <typename real_t>
 DENSE_INLINE pack_buffer<real_t> split_work(void *work)
@@ -56,7 +57,8 @@ DENSE_INLINE pack_buffer<real_t> split_work(void *work)
     real_t *base = static_cast<real_t *>(work);
     constexpr int64_t total = kernel_work_bytes / static_cast<int64_t>(sizeof(real_t));
     constexpr int64_t a_reals = work_strips * strip_reals<real_t>;
-    return {base, base + a_reals, work_strips, (total - a_reals) / tile_reals<real_t>};
+    static_assert(a_reals + work_tiles * tile_reals<real_t> <= total);
+    return {base, base + a_reals, work_strips, work_tiles};
 }
 
 /* Lay out `count` values from row i on, depths l..l+depth-1, with `capacity` reals per depth; the rest of each depth is 0. */
@@ -71,6 +73,14 @@ void pack_rows(const factor_view<value_t> &f, int64_t i, int64_t count, int64_t 
         for (int64_t d = 0; d < depth; ++d) {
             const real_t *x = as_real(source + d * f.l_step);
             for (int64_t v = 0; v < tile_vectors; ++v) store(out + v * lanes<real_t>, load(x + v * lanes<real_t>));
+            out += capacity;
+        }
+    } else if (f.i_step == 1 && reals == tile_columns && capacity == reals) {
+        constexpr int64_t line = 64 / static_cast<int64_t>(sizeof(real_t));
+        for (int64_t d = 0; d < depth; ++d) {
+            const real_t *x = as_real(source + d * f.l_step);
+            __builtin_memcpy(out, x, tile_columns * sizeof(real_t));
+            __builtin_prefetch(x + line); /* of the tiles after */
             out += capacity;
         }
     } else if (f.i_step == 1) {
@@ -121,63 +131,116 @@ DENSE_INLINE void strip_bounds(int64_t rows, int64_t s, int64_t *first, int64_t 
     }
 }
 
-/* All tiles of rows i..i+rows-1 (first row of `a`) against columns j..j+columns-1 (first column of `b`). */
+/* Rows of the left operand that are packed next, asked for bit by bit while tiles are computed: fetched all at once they would make the
+   packing wait for memory. */
 template <typename value_t>
-DENSE_INLINE void run_tiles(const tile_target<value_t> &t, const side_tiles<real_of<value_t>> &a, const side_tiles<real_of<value_t>> &b,
-                            int64_t depth, int64_t i, int64_t rows, int64_t j, int64_t columns)
+struct rows_ahead {
+    const product_pair<value_t> *pair;
+    int64_t i, l;       /* first row; next depth, within the pair */
+    int64_t reals;      /* of a depth */
+    int64_t depth;      /* not yet asked for */
+    int64_t depth_step; /* at a time */
+};
+
+template <typename value_t>
+DENSE_INLINE void ask_ahead(rows_ahead<value_t> *next)
+{
+    using real_t = real_of<value_t>;
+    constexpr int64_t line = 64 / static_cast<int64_t>(sizeof(real_t));
+    for (int64_t d = next->depth < next->depth_step ? next->depth : next->depth_step; d > 0; --d) {
+        while (next->l >= next->pair->depth) {
+            next->l -= next->pair->depth;
+            ++next->pair;
+        }
+        const real_t *x = as_real(next->pair->a.x + next->i + next->l * next->pair->a.l_step);
+        for (int64_t r = 0; r < next->reals; r += line) __builtin_prefetch(x + r, 0, 2);
+        ++next->l;
+        --next->depth;
+    }
+}
+
+/* One tile: strip `s` of rows i.. (its first row at strip_a) against `count` columns from j on. False when all of it lies above the
+   diagonal of a lower result. */
+template <typename value_t>
+DENSE_INLINE bool run_tile(const tile_target<value_t> &t, tile_operands<real_of<value_t>> x, int64_t i, int64_t strip_count, int64_t j,
+                           int64_t column_count)
+{
+    using real_t = real_of<value_t>;
+    constexpr int64_t width = parts<value_t>;
+    constexpr int64_t values = lanes<real_t> / width;
+    int64_t shift = 0; /* vectors above the diagonal have nothing to do */
+    if (t.lower && j > i) {
+        shift = (j - i) / values * values;
+        if (shift >= strip_count) return false;
+    }
+    const int64_t count = strip_count - shift;
+    const int64_t vectors = (count + values - 1) / values;
+    const int64_t tail = (count - (vectors - 1) * values) * width;
+    x.a += shift * width;
+    tiles<value_t>.body[tail != lanes<real_t>][vectors - 1][column_count - 1](t, x, i + shift, j, tail);
+    return true;
+}
+
+/* Packed rows i..i+rows-1, in strips, against columns j..j+columns-1 (first column of `b`). A strip stays in the first cache while all
+   column tiles pass. */
+template <typename value_t>
+DENSE_INLINE void run_packed(const tile_target<value_t> &t, const real_of<value_t> *a, const side_tiles<real_of<value_t>> &b, int64_t depth,
+                             int64_t i, int64_t rows, int64_t j, int64_t columns, rows_ahead<value_t> *next)
+{
+    using real_t = real_of<value_t>;
+    constexpr int64_t strip = tile_rows<real_t> / parts<value_t>;
+    constexpr int64_t column_tile = tile_columns / parts<value_t>;
+    const int64_t tile_step = b.tile_step > 0 ? b.tile_step : tile_columns;
+    for (int64_t s = 0; s * strip < rows; ++s) {
+        int64_t first = 0;
+        int64_t strip_count = 0;
+        strip_bounds<value_t>(rows, s, &first, &strip_count);
+        tile_operands<real_t> x = {a + s * tile_rows<real_t> * depth, tile_rows<real_t>, b.x, b.depth_step, depth};
+        for (int64_t c = 0; c < columns; c += column_tile) {
+            ask_ahead(next);
+            const int64_t column_count = columns - c < column_tile ? columns - c : column_tile;
+            if (!run_tile(t, x, i + first, strip_count, j + c, column_count)) break;
+            x.b += tile_step;
+        }
+    }
+}
+
+/* Both operands in place, rows in blocks, from row `top` on: each column tile meets a block of rows, which is one run of the result. a, b:
+   row 0 and column j. */
+template <typename value_t>
+DENSE_INLINE void run_direct(const tile_target<value_t> &t, const side_tiles<real_of<value_t>> &a, const side_tiles<real_of<value_t>> &b,
+                             int64_t depth, int64_t top, int64_t m, int64_t j, int64_t columns)
 {
     using real_t = real_of<value_t>;
     constexpr int64_t width = parts<value_t>;
     constexpr int64_t strip = tile_rows<real_t> / width;
     constexpr int64_t column_tile = tile_columns / width;
-    constexpr int64_t values = lanes<real_t> / width;
-    tile_operands<real_t> x = {nullptr, a.depth_step, nullptr, b.depth_step, depth};
-    const real_t *tile_b = b.x;
-    for (int64_t c = 0; c < columns; c += column_tile) {
-        const int64_t column_count = columns - c < column_tile ? columns - c : column_tile;
-        for (int64_t s = 0; s * strip < rows; ++s) {
-            int64_t first = 0;
-            int64_t strip_count = 0;
-            strip_bounds<value_t>(rows, s, &first, &strip_count);
-            const real_t *strip_a = a.x + (a.tile_step > 0 ? s * a.tile_step : first * width);
-            int64_t shift = 0; /* vectors above the diagonal have nothing to do */
-            if (t.lower && j + c > i + first) {
-                shift = (j + c - i - first) / values * values;
-                if (shift >= strip_count) continue;
+    const int64_t tile_step = b.tile_step > 0 ? b.tile_step : tile_columns;
+    for (int64_t i = top; i < m; i += work_strips * strip) {
+        const int64_t rows = m - i < work_strips * strip ? m - i : work_strips * strip;
+        const real_t *tile_b = b.x;
+        for (int64_t c = 0; c < columns; c += column_tile) {
+            const int64_t column_count = columns - c < column_tile ? columns - c : column_tile;
+            for (int64_t s = 0; s * strip < rows; ++s) {
+                int64_t first = 0;
+                int64_t strip_count = 0;
+                strip_bounds<value_t>(rows, s, &first, &strip_count);
+                run_tile(t, {a.x + (i + first) * width, a.depth_step, tile_b, b.depth_step, depth}, i + first, strip_count, j + c,
+                         column_count);
             }
-            const int64_t count = strip_count - shift;
-            const int64_t vectors = (count + values - 1) / values;
-            const int64_t tail = (count - (vectors - 1) * values) * width;
-            x.a = strip_a + shift * width;
-            x.b = tile_b;
-            tiles<value_t>.body[tail != lanes<real_t>][vectors - 1][column_count - 1](t, x, i + first + shift, j + c, tail);
+            tile_b += tile_step;
         }
-        tile_b += b.tile_step > 0 ? b.tile_step : column_tile * width;
-    }
-}
-
-/* Both operands in place: rows in the same blocks, from row `top` on. a, b: row 0 and column j. */
-template <typename value_t>
-DENSE_INLINE void run_direct(const tile_target<value_t> &t, const side_tiles<real_of<value_t>> &a, const side_tiles<real_of<value_t>> &b,
-                             int64_t depth, int64_t top, int64_t m, int64_t j, int64_t columns)
-{
-    constexpr int64_t block = work_strips * (tile_rows<real_of<value_t>> / parts<value_t>);
-    for (int64_t i = top; i < m; i += block) {
-        const int64_t rows = m - i < block ? m - i : block;
-        run_tiles(t, {a.x + i * parts<value_t>, a.depth_step, 0}, b, depth, i, rows, j, columns);
     }
 }
 
 /* Lay out rows i..i+rows-1 in strips. Full strips of contiguous rows go depth by depth, since each depth is a page of its own: all that is
-   needed from it is read at once, and the same of the next block is asked for. */
+   needed from it is read at once. */
 template <typename value_t>
-void pack_strips(const product_pair<value_t> *pair, int64_t i, int64_t rows, int64_t rows_after, int64_t l, int64_t depth,
-                 real_of<value_t> *out)
+void pack_strips(const product_pair<value_t> *pair, int64_t i, int64_t rows, int64_t l, int64_t depth, real_of<value_t> *out)
 {
     using real_t = real_of<value_t>;
     constexpr int64_t width = parts<value_t>;
     constexpr int64_t strip = tile_rows<real_t> / width;
-    constexpr int64_t line = 64 / static_cast<int64_t>(sizeof(real_t));
     const int64_t strips = (rows + strip - 1) / strip;
     const int64_t full = rows / strip;
     while (l >= pair->depth) {
@@ -198,7 +261,6 @@ void pack_strips(const product_pair<value_t> *pair, int64_t i, int64_t rows, int
                     x += tile_rows<real_t>;
                     to += tile_step;
                 }
-                for (int64_t r = 0; r < rows_after * width; r += line) __builtin_prefetch(x + r, 0, 2);
             }
         }
         for (; s < strips; ++s) {
@@ -274,8 +336,12 @@ void product_blocks(const tile_target<value_t> &target, int64_t m, int64_t n, in
                 for (int64_t i = top; i < m; i += block) {
                     const int64_t rows = m - i < block ? m - i : block;
                     const int64_t after = m - i - rows < rows ? m - i - rows : rows;
-                    pack_strips(pair, i, rows, after, l, depth, buffer.a);
-                    run_tiles(t, {buffer.a, tile_rows<real_t>, tile_rows<real_t> * depth}, b, depth, i, rows, j, columns);
+                    const int64_t met = t.lower && i + rows - j < columns ? i + rows - j : columns;
+                    const int64_t tiles_now = (met + column_tile - 1) / column_tile * ((rows + strip - 1) / strip);
+                    rows_ahead<value_t> next = {pair, i + rows, l, after * width, 0, depth / tiles_now + 1};
+                    if (pair->a.i_step == 1 && after > 0) next.depth = depth;
+                    pack_strips(pair, i, rows, l, depth, buffer.a);
+                    run_packed(t, buffer.a, b, depth, i, rows, j, columns, &next);
                 }
             }
             if (t.mode == write_mode::store) t.mode = write_mode::add;

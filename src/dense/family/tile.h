@@ -199,6 +199,18 @@ void tile_run(const tile_target<value_t> &t, const tile_operands<real_of<value_t
     using real_t = real_of<value_t>;
     constexpr int columns = nr / static_cast<int>(parts<value_t>);
     vec<real_t> sum[nr][mv];
+    if (t.mode == write_mode::scatter && x.depth > prefetch_depth) {
+        /* most rows of a tile lie in two or three runs */
+        const int64_t last = (mv * lanes<real_t> - (masked ? lanes<real_t> - tail : 0)) / parts<value_t> - 1;
+        const int64_t first_row = t.row_position[i], middle_row = t.row_position[i + last / 2], last_row = t.row_position[i + last];
+        DENSE_UNROLL
+        for (int l = 0; l < columns; ++l) {
+            const value_t *column = t.c + t.column_position[j + l] * t.ldc;
+            __builtin_prefetch(column + first_row, 1);
+            __builtin_prefetch(column + middle_row, 1);
+            __builtin_prefetch(column + last_row, 1);
+        }
+    }
     if (t.mode == write_mode::scatter || (t.lower && i < j + columns - 1)) {
         tile_product<real_t, mv, nr, masked>(x, tail, sum);
         place_tile<value_t, mv, nr, masked>(t, sum, tail, i, j);
