@@ -154,9 +154,9 @@ void plan_parallel_data(planner *plan)
     const int64_t lists = s->two_level != 0 ? sum(product(s->domains + 1, supernodes), 1) : supernodes + 2;
     give(plan, array_list_start, sequential ? 1 : lists);
     give(plan, array_thread_rows, sum(supernodes + 1, product(sum(product(2, threads), 1), n)));
-    const int64_t entries = sequential ? 1 : larger(s->lindx_size, s->task_count) + 1;
-    give(plan, array_list_source, entries);
-    give(plan, array_list_rows, entries);
+    const int64_t entries = sequential ? 1 : larger(s->lindx_size, s->task_count) + 1, listed = sequential ? 1 : s->task_count + 1;
+    give(plan, s->array[array_list_source], entries, listed);
+    give(plan, s->array[array_list_rows], entries, listed);
     give(plan, array_ordering_work, sum(3 * n + 19, s->adjacency_size));
 }
 
