@@ -63,7 +63,7 @@ struct ordering_arrays {
     int64_t *xadj, *adj;                                     /* out: symmetrised pattern, diagonal excluded */
     int64_t *domain_table;                                   /* out, ordering_slack words */
     int64_t *lists;                                          /* ordering_lists_size words */
-    int64_t *work;                                           /* ordering_work_size words */
+    int64_t *work;                                           /* ordering_work_size words; the first n go on to symbolic_step */
     int64_t *scratch_a, *scratch_b;                          /* [n + 1] */
     const int64_t *matching_order;                           /* array 44: row order of a matching (11, 13), read when matching > 0 */
     const compressed_order *pairs;                           /* for -4, -2, 6 with matching, else null */
@@ -85,7 +85,9 @@ struct symbolic_arrays {
     int64_t *parent, *colcnt; /* parent is recomputed */
     int64_t *lindx, *xlindx, *xlnz, *xunz, *sparent, *work_order, *update_count, *separator_tail, *sentinel_a, *sentinel_b;
     const int64_t *domain_table;
-    int64_t *lists, *work, *scratch;
+    int64_t *lists;      /* as in stage 1 */
+    const int64_t *work; /* its first n words as stage 1 left them */
+    int64_t *scratch;
 };
 
 /* Stage 2: row lists, column pointers, per-supernode tables, update bounds, and the number of all updates in task_count. Returns 0, -182

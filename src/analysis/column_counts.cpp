@@ -39,7 +39,7 @@ static int64_t find_top(int64_t leaf, int64_t *ancestor)
 }
 
 int64_t column_counts(int64_t neqns, const int64_t *xadj, const int64_t *adj, const int64_t *perm, const int64_t *invp,
-                      const int64_t *parent, int64_t *colcnt, int64_t *work)
+                      const int64_t *parent, int64_t *colcnt, int64_t *work, const int64_t *twin)
 {
     int64_t *order = work, *first = work + neqns, *ancestor = work + 2 * neqns;
     row_state *row = reinterpret_cast<row_state *>(work + 3 * neqns);
@@ -63,8 +63,9 @@ int64_t column_counts(int64_t neqns, const int64_t *xadj, const int64_t *adj, co
        behind all of theirs. A leaf adds the path from j up to where it meets the path of the leaf before. */
     for (int64_t k = 1; k <= neqns; ++k) {
         const int64_t j = order[k - 1], up = parent[j - 1], begin = first[j - 1], given = perm[j - 1];
+        const bool no_leaf = twin != nullptr && twin[j - 1] != 0; /* the column below meets the same rows */
         int64_t weight = 0;
-        for (int64_t p = xadj[given - 1]; p < xadj[given]; ++p) {
+        for (int64_t p = xadj[given - 1]; p < xadj[given] && !no_leaf; ++p) {
             const int64_t i = invp[adj[p - 1] - 1];
             if (i <= j || begin <= row[i - 1].reach) continue;
             const int64_t leaf = row[i - 1].last_leaf;

@@ -3,11 +3,15 @@
 /* Columns first..last in ascending order. Climbing stays at numbers from first on when all neighbours below do; a neighbour below lowest
    is not looked at and makes the answer false. */
 static bool extend_tree(int64_t first, int64_t last, int64_t lowest, const int64_t *xadj, const int64_t *adj, const int64_t *perm,
-                        const int64_t *invp, int64_t *parent, int64_t *ancestor)
+                        const int64_t *invp, int64_t *parent, int64_t *ancestor, const int64_t *twin)
 {
     for (int64_t j = first; j <= last; ++j) {
         parent[j - 1] = 0;
         ancestor[j - 1] = 0;
+        if (twin != nullptr && j > first && twin[j - 1] != 0) { /* all that column j reaches ends at column j - 1 by now */
+            parent[j - 2] = ancestor[j - 2] = j;
+            continue;
+        }
         const int64_t given = perm[j - 1];
         for (int64_t p = xadj[given - 1]; p < xadj[given]; ++p) {
             int64_t i = invp[adj[p - 1] - 1];
@@ -28,8 +32,31 @@ static bool extend_tree(int64_t first, int64_t last, int64_t lowest, const int64
     return true;
 }
 
+static bool are_twins(int64_t g, int64_t h, const int64_t *xadj, const int64_t *adj)
+{
+    int64_t p = xadj[g - 1], q = xadj[h - 1];
+    const int64_t end = xadj[g], other_end = xadj[h];
+    if (end - p != other_end - q) return false;
+    bool neighbours = false;
+    for (;; ++p, ++q) {
+        if (p < end && adj[p - 1] == h) {
+            neighbours = true;
+            ++p;
+        }
+        if (q < other_end && adj[q - 1] == g) ++q;
+        if (p == end || q == other_end) return neighbours && p == end && q == other_end;
+        if (adj[p - 1] != adj[q - 1]) return false;
+    }
+}
+
+void mark_twins(int64_t neqns, int64_t nproc, const int64_t *xadj, const int64_t *adj, const int64_t *perm, int64_t *twin)
+{
+#pragma omp parallel for schedule(static) num_threads(symbolic_threads(neqns, nproc)) if (symbolic_threads(neqns, nproc) > 1)
+    for (int64_t j = 1; j <= neqns; ++j) twin[j - 1] = j > 1 && are_twins(perm[j - 2], perm[j - 1], xadj, adj) ? 1 : 0;
+}
+
 void elimination_tree(int64_t neqns, int64_t nproc, int64_t domains, const int64_t *domain_table, const int64_t *xadj, const int64_t *adj,
-                      const int64_t *perm, const int64_t *invp, int64_t *parent, int64_t *ancestor)
+                      const int64_t *perm, const int64_t *invp, int64_t *parent, int64_t *ancestor, const int64_t *twin)
 {
     /* A column's tree links depend only on smaller columns that it reaches, so a table is only trusted as far as it proves right: a domain
        column with a neighbour below its domain sends everything through the plain order. */
@@ -41,17 +68,17 @@ void elimination_tree(int64_t neqns, int64_t nproc, int64_t domains, const int64
         for (int64_t d = 1; d <= usable; ++d) {
             int64_t first, last;
             if (!domain_pair(domain_table, d, neqns, &first, &last)) continue;
-            if (!extend_tree(first, last, first, xadj, adj, perm, invp, parent, ancestor)) independent = 0;
+            if (!extend_tree(first, last, first, xadj, adj, perm, invp, parent, ancestor, twin)) independent = 0;
         }
     }
     if (independent == 0) {
-        extend_tree(1, neqns, 1, xadj, adj, perm, invp, parent, ancestor);
+        extend_tree(1, neqns, 1, xadj, adj, perm, invp, parent, ancestor, twin);
         return;
     }
     domain_walk walk = open_domain_walk(neqns, domains, domain_table);
     int64_t first, last;
     while (next_range(&walk, &first, &last))
-        if (walk.step > domains) extend_tree(first, last, 1, xadj, adj, perm, invp, parent, ancestor);
+        if (walk.step > domains) extend_tree(first, last, 1, xadj, adj, perm, invp, parent, ancestor, twin);
 }
 
 void child_lists(int64_t count, const int64_t *parent, int64_t *first_child, int64_t *sibling)

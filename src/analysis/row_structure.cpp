@@ -45,12 +45,19 @@ static int64_t collect(const int64_t *row, int64_t count, int64_t s, int64_t roo
     return added;
 }
 
+/* Column j of s meets the same rows as the column before it in s. */
+static bool adds_nothing(const row_structure_input &in, int64_t s, int64_t j)
+{
+    return j > in.xsuper[s - 1] && in.twin != nullptr && in.twin[j - 1] != 0;
+}
+
 /* The rows of the matrix columns of s that lie behind it, in any order and with repetitions, at most room. Returns how many there are. */
 static int64_t matrix_rows(const row_structure_input &in, int64_t s, int64_t room, int64_t *extra)
 {
     const int64_t last = in.xsuper[s] - 1;
     int64_t count = 0;
     for (int64_t j = in.xsuper[s - 1]; j <= last; ++j) {
+        if (adds_nothing(in, s, j)) continue;
         const int64_t given = in.perm[j - 1];
         for (int64_t p = in.xadj[given - 1]; p < in.xadj[given]; ++p) {
             const int64_t row = in.invp[in.adj[p - 1] - 1];
@@ -88,6 +95,7 @@ static int64_t rows_to_add(const row_structure_input &in, const int64_t *lindx, 
         if (child != base_child) added += collect(row, count, s, wanted - added, scratch.marker, extra + added);
     }
     for (int64_t j = in.xsuper[s - 1]; j <= last && added < wanted; ++j) {
+        if (adds_nothing(in, s, j)) continue;
         const int64_t given = in.perm[j - 1];
         for (int64_t p = in.xadj[given - 1]; p < in.xadj[given]; ++p) {
             const int64_t row = in.invp[in.adj[p - 1] - 1];

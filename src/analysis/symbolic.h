@@ -9,7 +9,7 @@
 /* Runs at the end of the ordering: elimination tree, column counts, supernode partition, domain table in supernode numbers.
    in    control  neqns, domains, panel_columns, nproc
          arrays   perm, invp, xadj, adj; domain_table in column numbers
-   out   arrays   parent, colcnt, snode, xsuper; domain_table in supernode numbers
+   out   arrays   parent, colcnt, snode, xsuper; domain_table in supernode numbers; the first n words of work: mark_twins
          control  supernodes, lindx_size, largest_supernode, l_entries; domains falls to 1 (and the table to its form for one domain) when
                   the table does not describe independent subtrees, so read it again
    work  arrays   lists (5n words), scratch_a
@@ -42,18 +42,22 @@ int64_t first_above_domains(int64_t supernodes, int64_t domains, const int64_t *
 
 /* ---- tree and counts ---- */
 
+/* Columns that need no look at their neighbours, as with several unknowns at one node: twin[j-1] is 1 where columns j-1 and j are
+   neighbours and have the same ones apart from each other, else 0. Lists that do not ascend are never recognised. */
+void mark_twins(int64_t neqns, int64_t nproc, const int64_t *xadj, const int64_t *adj, const int64_t *perm, int64_t *twin);
+
 /* Elimination tree, 0 at a root (Liu 1990), with path compression. Domains are independent and run in parallel; the result does not depend
-   on the table. work ancestor[n]; nearly linear in the entries of adj. */
+   on the table. twin[n] of mark_twins or null; work ancestor[n]; nearly linear in the entries of adj. */
 void elimination_tree(int64_t neqns, int64_t nproc, int64_t domains, const int64_t *domain_table, const int64_t *xadj, const int64_t *adj,
-                      const int64_t *perm, const int64_t *invp, int64_t *parent, int64_t *ancestor);
+                      const int64_t *perm, const int64_t *invp, int64_t *parent, int64_t *ancestor, const int64_t *twin = nullptr);
 
 /* Children of each node as linked lists, ascending: first_child[n] and sibling[n] out, 0 ends a list; roots are on no list. */
 void child_lists(int64_t count, const int64_t *parent, int64_t *first_child, int64_t *sibling);
 
 /* Entries of each column of L, the diagonal included: colcnt[n] out. Nearly linear in the entries of adj (Gilbert, Ng and Peyton 1994).
-   work[5 n]. Returns their sum. */
+   twin[n] of mark_twins or null; work[5 n]. Returns their sum. */
 int64_t column_counts(int64_t neqns, const int64_t *xadj, const int64_t *adj, const int64_t *perm, const int64_t *invp,
-                      const int64_t *parent, int64_t *colcnt, int64_t *work);
+                      const int64_t *parent, int64_t *colcnt, int64_t *work, const int64_t *twin = nullptr);
 
 /* Fundamental supernodes of at most panel_columns columns.
    in    tied[n]  1 where the limit must not cut between a column and the one before it; null for nowhere
@@ -85,6 +89,7 @@ struct row_structure_input {
     int64_t neqns, supernodes, nproc, domains;
     const int64_t *domain_table; /* independent, as analysis_prelude leaves it */
     const int64_t *xadj, *adj, *perm, *invp, *xsuper, *snode, *xlindx;
+    const int64_t *twin; /* [n] of mark_twins, or null */
 };
 /* Row lists of all supernodes (Ng and Peyton 1993): lindx out, ascending, at the places that xlindx gives; sparent[S] out. The domains run
    in parallel.

@@ -76,8 +76,8 @@ int64_t symbolic_step(control_block *control, phase_times *times, symbolic_array
     a->xlindx[0] = 1;
     for (int64_t s = 1; s <= supernodes; ++s) a->xlindx[s] = a->xlindx[s - 1] + a->colcnt[a->xsuper[s - 1] - 1];
 
-    const row_structure_input rows = {neqns,  supernodes, control->nproc, control->domains, a->domain_table, a->xadj,
-                                      a->adj, a->perm,    a->invp,        a->xsuper,        a->snode,        a->xlindx};
+    const row_structure_input rows = {neqns,   supernodes, control->nproc, control->domains, a->domain_table, a->xadj, a->adj,
+                                      a->perm, a->invp,    a->xsuper,      a->snode,         a->xlindx,       a->work};
     if (row_structure(&rows, a->lindx, a->sparent, a->lists) != 0) return control->internal_code = -180;
 
     for (int64_t s = 1; s <= supernodes; ++s) {

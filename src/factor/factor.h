@@ -34,9 +34,14 @@ struct position_map_input {
     const int64_t *row_order; /* types 11, 13: row row_order[i-1] of A is row i of the factored matrix; null for the identity */
     const supernodal_structure *structure;
     int64_t *scratch_a, *scratch_b, *scratch_c; /* [n + 1] */
-    int64_t *work;                              /* 3n + adjacency_size + 19 words (array 41) */
+    int64_t *work;                              /* position_map_work_words(n) with two threads and more */
     int64_t nproc;
 };
+inline constexpr int64_t position_map_threads = 4; /* that look up rows side by side, each with a table of its own */
+inline int64_t position_map_work_words(int64_t neqns)
+{
+    return (position_map_threads - 1) * (neqns + 1);
+}
 /* Built once per analysis; fills the arrays of map (each with room for length nnz + n) and its lengths. O(nnz log) at worst, no
    search at a later factorization. Returns 0 or -2. */
 int64_t build_position_map(const position_map_input *input, position_map *map);

@@ -210,9 +210,11 @@ void memory_plan(int64_t stage, int64_t count_only, solver_state *state);
 /* mode 0: every work array and all stored factorizations; 1: the factors of the selected number; -1: the headers' bytes; others: nothing.
  */
 void release_arrays(int64_t mode, int64_t count_only, solver_state *state);
-/* What the numeric phases out of core do not read gives way to the windows: workspaces of the analysis and lists of the drivers in core,
-   and the update lists, which kept files hold. */
-void release_analysis_arrays(int64_t count_only, solver_state *state);
+/* Workspaces that nothing reads once the analysis is done. */
+void release_analysis_arrays(solver_state *state);
+/* What the numeric phases out of core do not read gives way to the windows: lists of the drivers in core, and the update lists, which kept
+   files hold. */
+void release_core_lists(int64_t count_only, solver_state *state);
 void release_update_lists(int64_t count_only, solver_state *state);
 /* Does this call refine its solution? After perturbed pivots or on request, but never behind a window that hides rows of the right-hand
    side or of the solution: there is no residual to take. */

@@ -3,6 +3,7 @@
    contents need more. */
 #include <initializer_list>
 
+#include "factor/factor.h"
 #include "service/service.h"
 #include "solve/solve.h"
 #include "solver/control.h"
@@ -87,6 +88,29 @@ void give(planner *plan, array_number number, int64_t words)
     give(plan, plan->state->array[number], words, words);
 }
 
+/* As give, of memory that an array held which no later stage reads: its pages are touched already. That array is released. */
+void give_from(planner *plan, array_number number, array_number spent, int64_t words)
+{
+    array_block *block = plan->state->array[number], *donor = plan->state->array[spent];
+    if (plan->failed || block->data != nullptr || donor->data == nullptr) {
+        give(plan, number, words);
+        return;
+    }
+    const int64_t more = words - (donor->count - donor->absent);
+    if (plan->count_only) {
+        plan->state->memory_count_only = sum(plan->state->memory_count_only, 8 * more);
+        return;
+    }
+    void *data = words < largest_words ? service_realloc(donor->data, 8 * static_cast<uint64_t>(words)) : nullptr;
+    if (data == nullptr) {
+        record_failure(plan, words);
+        return;
+    }
+    *block = {words, 0, data};
+    *donor = {0, 0, nullptr};
+    account(plan->state, 8 * more);
+}
+
 /* Words that hold entries reals of the handle's precision. */
 int64_t real_words(const solver_state *state, int64_t entries)
 {
@@ -135,7 +159,7 @@ void plan_position_map(planner *plan)
     const bool symmetric = s->symmetric_structure == 1;
     const int64_t side = z + n;
     const int64_t sources = larger(sum(product(c + 1, threads), z + 2), symmetric ? side + 2 : 2 * side + 2);
-    give(plan, array_map_src, sources);
+    give_from(plan, array_map_src, array_adj, sources);
     if (s->scaling_on != 0) give(plan, array_map_col, sources);
     give(plan, array_map_start_l, n + 1);
     give(plan, array_map_start_u, symmetric ? 1 : n + 1);
@@ -157,7 +181,7 @@ void plan_parallel_data(planner *plan)
     const int64_t entries = sequential ? 1 : larger(s->lindx_size, s->task_count) + 1, listed = sequential ? 1 : s->task_count + 1;
     give(plan, s->array[array_list_source], entries, listed);
     give(plan, s->array[array_list_rows], entries, listed);
-    give(plan, array_ordering_work, sum(3 * n + 19, s->adjacency_size));
+    give(plan, s->array[array_ordering_work], sum(3 * n + 19, s->adjacency_size), threads > 1 ? position_map_work_words(n) : 1);
 }
 
 void plan_after_reordering(planner *plan)

@@ -208,7 +208,9 @@ bool run_stages(solver_call *call)
     if (!plan_stage(call, memory_before_symbolic) || !run_stage(call, stage_symbolic, memory_before_symbolic)) return false;
     if (!plan_stage(call, memory_before_parallel_data) || !run_stage(call, stage_lists, memory_before_parallel_data)) return false;
     iparam_at(call->iparam, iparam_core_mode_result) = call->ooc->core_mode_result;
-    return plan_stage(call, memory_after_reordering);
+    if (!plan_stage(call, memory_after_reordering)) return false;
+    release_analysis_arrays(call->state);
+    return true;
 }
 
 /* What the numeric phases will take: in core, and at least out of core. Nothing is allocated. */
@@ -235,7 +237,7 @@ void estimate_memory(solver_call *call)
     state->ooc_buffer_l = state->ooc_buffer_u = state->ooc_buffer_v = 0;
     const int64_t diagonal_words = ((call->neqns + 1) * call->element_words * call->real_bytes + 7) / 8; /* two stores */
     state->memory_count_only = state->memory_current + 2 * 8 * diagonal_words;
-    release_analysis_arrays(1, state);
+    release_core_lists(1, state);
     release_update_lists(1, state);
     memory_plan(memory_ooc_tree, 1, state);
     memory_plan(memory_ooc_arrays, 1, state);

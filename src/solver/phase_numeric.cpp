@@ -125,7 +125,7 @@ bool prepare_files(solver_call *call)
     solver_state *state = call->state;
     state->core_mode = call->ooc->core_mode;
     if (state->core_mode != core_out || state->ooc_prepared != 0) return true;
-    release_analysis_arrays(0, state);
+    release_core_lists(0, state);
     memory_plan(memory_ooc_tree, 0, state);
     if (state->memory_error_stage != 0) return plan_failed(call);
     const supernodal_structure structure = state_structure(state);

@@ -42,12 +42,18 @@ void release_work_arrays(bool count_only, solver_state *state)
 }
 } // namespace
 
-void release_analysis_arrays(int64_t count_only, solver_state *state)
+void release_analysis_arrays(solver_state *state)
 {
-    constexpr array_number only_analysis[] = {array_parent,         array_colcnt,       array_ordering_lists, array_scratch_a,
-                                              array_separator_tail, array_scratch_b,    array_xadj,           array_adj,
-                                              array_ordering_work,  array_ready_source, array_ready_rows};
-    for (const array_number number : only_analysis) release(state->array[number], count_only != 0, state);
+    constexpr array_number only_analysis[] = {array_parent,         array_colcnt,    array_ordering_lists, array_scratch_a,
+                                              array_separator_tail, array_scratch_b, array_xadj,           array_adj,
+                                              array_ordering_work};
+    for (const array_number number : only_analysis) release(state->array[number], false, state);
+}
+
+void release_core_lists(int64_t count_only, solver_state *state)
+{
+    release(state->array[array_ready_source], count_only != 0, state);
+    release(state->array[array_ready_rows], count_only != 0, state);
 }
 
 void release_update_lists(int64_t count_only, solver_state *state)

@@ -144,7 +144,7 @@ struct analysis_run {
     {
         const size_t n = static_cast<size_t>(g.n), rubbish = 0x5a5a5a5a5a5aULL;
         const int64_t bad = static_cast<int64_t>(rubbish);
-        for (words *w : {&invp, &parent, &colcnt, &snode}) w->assign(n, bad);
+        for (words *w : {&invp, &parent, &colcnt, &snode, &work}) w->assign(n, bad);
         for (words *w : {&xsuper, &scratch, &xlnz, &xunz}) w->assign(n + 1, bad);
         lists.assign((2 * static_cast<size_t>(nproc) + 3) * n + 5, bad);
         for (size_t k = 0; k < n; ++k) invp[static_cast<size_t>(perm[k] - 1)] = static_cast<int64_t>(k) + 1;
@@ -157,7 +157,7 @@ struct analysis_run {
         ordering_arrays a{};
         a.perm = perm.data(), a.invp = invp.data(), a.parent = parent.data(), a.colcnt = colcnt.data(), a.xsuper = xsuper.data();
         a.snode = snode.data(), a.xadj = g.xadj.data(), a.adj = g.adj.data(), a.domain_table = table.data(), a.lists = lists.data();
-        a.scratch_a = scratch.data();
+        a.scratch_a = scratch.data(), a.work = work.data();
         result = analysis_prelude(&control, &a);
         const size_t supernodes = static_cast<size_t>(control.supernodes);
         lindx.assign(static_cast<size_t>(control.lindx_size), bad);
@@ -172,6 +172,7 @@ struct analysis_run {
         a.xlnz = xlnz.data(), a.xunz = xunz.data(), a.sparent = sparent.data(), a.work_order = work_order.data();
         a.update_count = update_count.data(), a.separator_tail = separator_tail.data(), a.sentinel_a = sentinel_a.data();
         a.sentinel_b = sentinel_b.data(), a.domain_table = table.data(), a.lists = lists.data();
+        a.work = work.data();
         return symbolic_step(&control, &times, &a);
     }
     supernodal_structure view() const
