@@ -174,31 +174,6 @@ TEST(symbolic_structure, refuses_positions_past_the_limit_and_lists_that_do_not_
     }
 }
 
-TEST(symbolic_domains, walk_meets_every_number_once_whatever_the_table_says)
-{
-    const std::vector<words> tables = {{},
-                                       {1, 4, 6, 9},
-                                       {2, 1, 2, 1},
-                                       {3, 4, 2, 1, 8, 8, 9, 10},
-                                       {5, 9, 1, 4},
-                                       {1, 99, 2, 3},
-                                       {-1, -1, 0, -1, 4, 6, 10, 9},
-                                       {1, 10},
-                                       {1, 9},
-                                       {2, 1, 1, 9, 2, 1, 10, 10}};
-    for (const words &table : tables) {
-        words seen(10, 0);
-        domain_walk walk = open_domain_walk(10, static_cast<int64_t>(table.size()) / 2, table.data());
-        int64_t first, last;
-        while (next_range(&walk, &first, &last)) {
-            ASSERT_TRUE(1 <= first && first <= last && last <= 10);
-            for (int64_t k = first; k <= last; ++k) ++seen[at(k)];
-        }
-        EXPECT_EQ(seen, words(10, 1));
-        EXPECT_FALSE(next_range(&walk, &first, &last));
-    }
-}
-
 TEST(symbolic_domains, table_goes_over_to_supernode_numbers)
 {
     const words snode{1, 1, 2, 2, 3, 4, 4, 5}; /* 8 columns, 5 supernodes */
