@@ -173,7 +173,7 @@ void factor_lu(factor_run<value_t> *run, thread_space<value_t> *space, target_bl
     value_t *block = target->lower;
     const auto epsilon = static_cast<real_of<value_t>>(run->epsilon > 0 ? run->epsilon : -1); /* -1: replace nothing */
     int64_t info = 0;
-    if (n == 1 && size_of(block[0]) > 2 * epsilon) /* most supernodes of a circuit */
+    if (n == 1 && size_of(block[0]) > 0 && size_of(block[0]) > 2 * epsilon) /* most supernodes of a circuit */
         pivots[0] = 1;
     else
         info = kernel_getrf(n, n, block, ld, pivots, epsilon, &space->perturbed, space->work);

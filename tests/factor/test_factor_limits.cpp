@@ -67,18 +67,20 @@ TEST(factor_limits, tells_the_row_of_a_pivot_that_is_not_positive)
             EXPECT_EQ(f.result.failed_row, row);
             EXPECT_EQ(f.result.stopped, 0);
         }
-    auto q = make_problem<double>(11, {40, 0.1, 6, 1, 3});
-    for (int64_t p = q.ia[4]; p < q.ia[5]; ++p) q.a[z(p - 1)] = 0; /* row 6 empty: a zero pivot, not replaced with exponent 0 */
-    factorization<double> f;
-    prepare(q, 1, &f);
-    f.input.perturbation_exponent = 0;
-    numeric_dispatch(&f.input, &f.result);
-    EXPECT_EQ(f.result.error, -1);
-    EXPECT_GT(f.result.failed_row, 0);
-    f.input.perturbation_exponent = 13;
-    numeric_dispatch(&f.input, &f.result);
-    EXPECT_EQ(f.result.error, 0);
-    EXPECT_EQ(f.result.perturbed, 1);
+    for (int64_t row = 1; row <= 40; ++row) { /* of supernodes with one column and with several */
+        auto q = make_problem<double>(11, {40, 0.1, 6, 1, 3});
+        for (int64_t p = q.ia[z(row - 1)]; p < q.ia[z(row)]; ++p) q.a[z(p - 1)] = 0; /* a zero pivot, not replaced with exponent 0 */
+        factorization<double> f;
+        prepare(q, 1, &f);
+        f.input.perturbation_exponent = 0;
+        numeric_dispatch(&f.input, &f.result);
+        EXPECT_EQ(f.result.error, -1);
+        EXPECT_GT(f.result.failed_row, 0);
+        f.input.perturbation_exponent = 13;
+        numeric_dispatch(&f.input, &f.result);
+        EXPECT_EQ(f.result.error, 0);
+        EXPECT_EQ(f.result.perturbed, 1);
+    }
 }
 
 /* The largest product of a source with several columns and scattered rows: q * k. */
