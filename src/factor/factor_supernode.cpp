@@ -117,7 +117,13 @@ void solve_short_upper(int64_t rows, int64_t columns, const value_t *block, int6
         value_t *x = panel + c * ldp;
         for (int64_t j = 0; j < c; ++j)
             for (int64_t i = 0; i < rows; ++i) x[i] -= product(panel[i + j * ldp], block[j + c * ld]);
-        for (int64_t i = 0; i < rows; ++i) x[i] /= block[c + c * ld];
+        const value_t pivot = block[c + c * ld];
+        if constexpr (std::is_floating_point_v<value_t>) {
+            for (int64_t i = 0; i < rows; ++i) x[i] /= pivot;
+        } else { /* a complex division calls a routine for each */
+            const value_t inverse = value_t(1) / pivot;
+            for (int64_t i = 0; i < rows; ++i) x[i] = product(x[i], inverse);
+        }
     }
 }
 
