@@ -42,8 +42,8 @@ struct own_state {
     }
 };
 
-/* As the command-line host chooses them: matching and scaling for general and for indefinite types; nested dissection, which uses more
-   than one thread only where the call says so. */
+/* Matching and scaling for general and for indefinite types, as the command-line host chooses them. Nested dissection uses more than one
+   thread only where it is told to (iparam(2) 3; the host: --method parallel). */
 void set_parameters(const bench_system &s, const solver_settings &settings, int64_t *iparam)
 {
     const bool indefinite = s.type == -2 || s.type == -4 || s.type == 6, general = !s.is_symmetric_type();
