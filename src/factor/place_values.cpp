@@ -40,7 +40,7 @@ void place_side(const factor_run<value_t> *run, const side_map &side, const targ
 {
     const factor_input<value_t> &in = *run->in;
     const bool conjugate = run->hermitian;
-    /* Entries are asked for some columns ahead, which are short: without that a refactorization of memplus takes a seventh longer. */
+    /* Entries are asked for some columns ahead, which are short: without that a refactorization of memplus takes a sixth longer. */
     constexpr int64_t places_ahead = 24;
     const int64_t last = side.start[run->s->neqns] - 2;
     for (int64_t c = target->first; c < target->first + target->columns; ++c) {
