@@ -119,12 +119,26 @@ template <typename value_t, mirror kind>
 void kernel_update(update_shape shape, int64_t q, int64_t k, int64_t segment_count, const update_segment<value_t> *segments, value_t *c,
                    int64_t ldc, void *work);
 
-/* The same for one source, with scattered rows and columns: entry (i, j) of the product goes to c[row_position[i] + column_position[j] *
-   ldc]. Positions count from 0 and ascend strictly. For the lower shape the entries with i >= j are those that count, as above. Cheap for
-   tiny operands; takes large ones in blocks, with no product buffer. */
+/* The same with scattered rows and columns: entry (i, j) of the product goes to c[row_position[i] + column_position[j] * ldc]. Positions
+   count from 0 and ascend strictly. For the lower shape the entries with i >= j are those that count, as above. Cheap for tiny operands;
+   takes large ones in blocks, with no product buffer. */
 template <typename value_t, mirror kind>
-void kernel_update_scatter(update_shape shape, int64_t q, int64_t k, int64_t depth, const value_t *w, int64_t ldw, const value_t *v,
-                           int64_t ldv, const int64_t *row_position, const int64_t *column_position, value_t *c, int64_t ldc, void *work);
+void kernel_update_scatter(update_shape shape, int64_t q, int64_t k, int64_t segment_count, const update_segment<value_t> *segments,
+                           const int64_t *row_position, const int64_t *column_position, value_t *c, int64_t ldc, void *work);
+
+/* Columns of a result that lie in several blocks: entry (i, j) of the product goes to c[column_start[j] + row_position[i]], or to
+   c[column_start[j] + i] when row_position is null. Entries with i < first_row[j] are neither read nor written. row_position and first_row
+   ascend; starts may be negative. */
+struct update_span {
+    const int64_t *row_position; /* [q] */
+    const int64_t *column_start; /* [k] */
+    const int64_t *first_row;    /* [k] */
+};
+
+/* kernel_update into the blocks of a span: what is packed of w serves all of them. */
+template <typename value_t, mirror kind>
+void kernel_update_span(int64_t q, int64_t k, int64_t segment_count, const update_segment<value_t> *segments, const update_span &span,
+                        value_t *c, void *work);
 
 /* One source into contiguous rows and columns. */
 template <typename value_t, mirror kind>

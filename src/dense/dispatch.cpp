@@ -109,11 +109,17 @@ void kernel_update(update_shape shape, int64_t q, int64_t k, int64_t segment_cou
 }
 
 template <typename value_t, mirror kind>
-void kernel_update_scatter(update_shape shape, int64_t q, int64_t k, int64_t depth, const value_t *w, int64_t ldw, const value_t *v,
-                           int64_t ldv, const int64_t *row_position, const int64_t *column_position, value_t *c, int64_t ldc, void *work)
+void kernel_update_scatter(update_shape shape, int64_t q, int64_t k, int64_t segment_count, const update_segment<value_t> *segments,
+                           const int64_t *row_position, const int64_t *column_position, value_t *c, int64_t ldc, void *work)
 {
-    const update_segment<value_t> segment = {w, ldw, v, ldv, depth};
-    dense_table<value_t>()->update(kind, shape, q, k, 1, &segment, row_position, column_position, c, ldc, work);
+    dense_table<value_t>()->update(kind, shape, q, k, segment_count, segments, row_position, column_position, c, ldc, work);
+}
+
+template <typename value_t, mirror kind>
+void kernel_update_span(int64_t q, int64_t k, int64_t segment_count, const update_segment<value_t> *segments, const update_span &span,
+                        value_t *c, void *work)
+{
+    dense_table<value_t>()->update_span(kind, q, k, segment_count, segments, span, c, work);
 }
 
 template <typename value_t>
@@ -186,6 +192,7 @@ void kernel_interleaved_backward(const interleaved_block<value_t> *block)
 #define INSTANTIATE_MIRROR(V, kind)                                                                                                        \
     template decltype(kernel_update<V, kind>) kernel_update<V, kind>;                                                                      \
     template decltype(kernel_update_scatter<V, kind>) kernel_update_scatter<V, kind>;                                                      \
+    template decltype(kernel_update_span<V, kind>) kernel_update_span<V, kind>;                                                            \
     template decltype(kernel_solve_lower_transposed<V, kind>) kernel_solve_lower_transposed<V, kind>;                                      \
     template decltype(kernel_panel_backward<V, kind>) kernel_panel_backward<V, kind>;
 #define INSTANTIATE(V)                                                                                                                     \

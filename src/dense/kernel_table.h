@@ -12,6 +12,8 @@ struct kernel_table {
                  value_t *b, int64_t ldb, void *work);
     void (*update)(mirror kind, update_shape shape, int64_t q, int64_t k, int64_t segment_count, const update_segment<value_t> *segments,
                    const int64_t *row_position, const int64_t *column_position, value_t *c, int64_t ldc, void *work);
+    void (*update_span)(mirror kind, int64_t q, int64_t k, int64_t segment_count, const update_segment<value_t> *segments,
+                        const update_span &span, value_t *c, void *work);
     int64_t (*potrf_panel)(int64_t m, int64_t n, value_t *a, int64_t lda, void *work);
     int64_t (*getrf)(int64_t m, int64_t n, value_t *a, int64_t lda, int64_t *pivots, real_of<value_t> epsilon, int64_t *perturbed,
                      void *work);

@@ -38,7 +38,17 @@ struct factor_run {
     int64_t perturbed, positive, negative;
 };
 
-/* The supernode being assembled. */
+/* One supernode of a span: consecutive supernodes, each with the rows of the one before but for the columns of that. */
+template <typename value_t>
+struct span_block {
+    int64_t before; /* columns of the span before its own */
+    int64_t columns, rows;
+    value_t *lower, *upper;
+};
+/* Columns of a span: what is packed of a source then serves several supernodes. The gain beyond is small. */
+inline constexpr int64_t span_columns = 512, span_limit = 16;
+
+/* The supernode being assembled, or the span of several. */
 template <typename value_t>
 struct target_block {
     int64_t number, first, columns, rows;
@@ -46,6 +56,8 @@ struct target_block {
     value_t *lower, *upper;  /* rows by columns; rows - columns by columns, LU only */
     bool mapped;             /* the thread's relative map holds the row list */
     bool front;              /* of a chain: columns of several supernodes, in the buffer; no row list */
+    int64_t spanned;         /* blocks of a span, 0 for a single supernode; lower and upper are those of the first */
+    const span_block<value_t> *span;
 };
 
 /* Private to one thread. */
@@ -139,6 +151,14 @@ void process_with_lists(factor_run<value_t> *run, thread_space<value_t> *space, 
 /* The same for `number` and those supernodes behind it that are better updated together with it; returns the last one of them. */
 template <typename value_t, factor_kind kind, mirror sym>
 int64_t process_front(factor_run<value_t> *run, thread_space<value_t> *space, const source_lists &lists, int64_t number, int64_t last);
+
+/* ---- spans ---- */
+/* Supernodes from `number` on, up to `last`, that outside sources may update together: columns cut apart because of their count. */
+template <typename value_t>
+int64_t span_count_from(const factor_run<value_t> *run, const thread_space<value_t> &space, int64_t number, int64_t last);
+/* Open and assemble the blocks of a span as one target. Returns false after a failure. Not for paged blocks. */
+template <typename value_t>
+bool open_span(factor_run<value_t> *run, int64_t number, int64_t count, span_block<value_t> *block, target_block<value_t> *target);
 
 /* ---- progress ---- */
 /* The call before and after the work; percent 0 or 100. A wish to stop sets error -1. */

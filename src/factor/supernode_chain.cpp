@@ -112,12 +112,29 @@ void take_from_front(const factor_run<value_t> *run, const thread_space<value_t>
     }
 }
 
+/* Wide supernodes that were one before they were cut are updated from outside in place, together. */
+template <typename value_t, factor_kind kind, mirror sym>
+void process_span(factor_run<value_t> *run, thread_space<value_t> *space, const source_lists &lists, int64_t number, int64_t count,
+                  int64_t last)
+{
+    span_block<value_t> block[span_limit];
+    target_block<value_t> target;
+    if (!open_span(run, number, count, block, &target)) return;
+    fill_front<value_t, kind, sym>(run, space, lists, &target, number + count - 1, last);
+    for (int64_t i = 0; i < count && !failed(run); ++i) process_with_lists<value_t, kind, sym>(run, space, lists, number + i, last, true);
+}
+
 } // namespace
 
 template <typename value_t, factor_kind kind, mirror sym>
 int64_t process_front(factor_run<value_t> *run, thread_space<value_t> *space, const source_lists &lists, int64_t number, int64_t last)
 {
     const supernodal_structure &s = *run->s;
+    const int64_t spanned = span_count_from(run, *space, number, last);
+    if (spanned > 1) {
+        process_span<value_t, kind, sym>(run, space, lists, number, spanned, last);
+        return number + spanned - 1;
+    }
     const int64_t end = chain_end(*run, *space, lists, number, last);
     if (end == number) {
         process_with_lists<value_t, kind, sym>(run, space, lists, number, last);

@@ -60,7 +60,7 @@ int64_t make_groups(factor_run<value_t> *run, thread_space<value_t> *space, cons
         while (one.columns < one.rows && list[one.columns] <= last_column) ++one.columns;
         const bool full = one.rows == target.rows;
         const bool run_of_rows = full || space->relative[list[one.rows - 1] - 1] - space->relative[list[0] - 1] == one.rows - 1;
-        if (!run_of_rows && !target.front && width > 1 && one.rows * one.columns > space->buffer_entries) {
+        if (!run_of_rows && !target.front && target.spanned == 0 && width > 1 && one.rows * one.columns > space->buffer_entries) {
             fail(run, -2);
             return 0;
         }

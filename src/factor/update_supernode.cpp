@@ -75,10 +75,41 @@ void update_side(thread_space<value_t> *space, update_shape shape, const update_
     }
     int64_t *row_position = space->row_position + skip;
     for (int64_t i = 0; shift > 0 && i < q; ++i) row_position[i] -= shift;
-    for (int64_t i = 0; i < count; ++i)
-        kernel_update_scatter<value_t, sym>(shape, q, k, segments[i].depth, segments[i].w, segments[i].ldw, segments[i].v, segments[i].ldv,
-                                            row_position, space->row_position, block, ld, space->work);
+    kernel_update_scatter<value_t, sym>(shape, q, k, count, segments, row_position, space->row_position, block, ld, space->work);
     for (int64_t i = 0; shift > 0 && i < q; ++i) row_position[i] += shift;
+}
+
+/* Segments of one pass over the target. Of paged blocks only one is held at a time: who holds one must not wait for another. */
+constexpr int64_t segment_limit = 16;
+
+/* One side of a span. For LU only the rows count that the block of a column has: of the square on the lower side, below it on the upper. */
+template <typename value_t, factor_kind kind, mirror sym>
+void update_span_side(thread_space<value_t> *space, const target_block<value_t> &target, const update_place &place, bool upper,
+                      int64_t count, const update_segment<value_t> *segments)
+{
+    int64_t start[span_columns], first_row[span_columns];
+    const span_block<value_t> *block = target.span;
+    int64_t first = 0; /* column of the source, the first one in the block */
+    const auto position = [&](int64_t i) { return place.scattered ? space->row_position[i] : place.offset + i; };
+    for (int64_t j = 0; j < place.columns; ++j) {
+        const int64_t p = position(j);
+        while (p >= block->before + block->columns) {
+            ++block;
+            first = j;
+        }
+        const int64_t head = block->before + (upper ? block->columns : 0); /* rows of the span above the block */
+        const value_t *values = upper ? block->upper : block->lower, *base = upper ? target.upper : target.lower;
+        start[j] = (p - block->before) * (block->rows + block->before - head) - head + (place.scattered ? 0 : place.offset);
+        start[j] += values == nullptr ? 0 : values - base; /* nothing is right of the last square */
+        first_row[j] = kind == factor_kind::lu ? first : j;
+    }
+    for (int64_t j = place.columns - 1, next = place.columns; kind == factor_kind::lu && upper && j >= 0; --j) {
+        const int64_t own = first_row[j];
+        first_row[j] = next;
+        if (own == j) next = j;
+    }
+    const update_span span = {place.scattered ? space->row_position : nullptr, start, first_row};
+    kernel_update_span<value_t, sym>(place.rows, place.columns, count, segments, span, upper ? target.upper : target.lower, space->work);
 }
 
 /* Sources at a place: both sides for LU. upper is only read there. */
@@ -87,6 +118,18 @@ void update_sides(thread_space<value_t> *space, const target_block<value_t> &tar
                   const update_segment<value_t> *lower, const update_segment<value_t> *upper)
 {
     constexpr update_shape shape = kind == factor_kind::lu ? update_shape::full : update_shape::lower;
+    if (target.spanned > 0) {
+        update_span_side<value_t, kind, sym>(space, target, place, false, count, lower);
+        if constexpr (kind == factor_kind::lu) {
+            update_segment<value_t> whole[segment_limit];
+            for (int64_t i = 0; i < count; ++i) {
+                whole[i] = upper[i];
+                whole[i].w -= place.columns; /* rows of later blocks of the span stand right of earlier ones */
+            }
+            update_span_side<value_t, kind, sym>(space, target, place, true, count, whole);
+        }
+        return;
+    }
     update_side<value_t, sym>(space, shape, place, 0, 0, count, lower, target.lower, target.rows);
     if constexpr (kind == factor_kind::lu)
         if (place.rows > place.columns)
@@ -134,9 +177,6 @@ void close_source(const factor_store<value_t> &store, int64_t source)
     release_block(store, factor_side::lower, source, block_use::read);
     if constexpr (kind == factor_kind::lu) release_block(store, factor_side::upper, source, block_use::read);
 }
-
-/* Segments of one pass over the target. Of paged blocks only one is held at a time: who holds one must not wait for another. */
-constexpr int64_t segment_limit = 16;
 
 /* Sources with all rows of the place, read where they lie. The scaled rows of LDL^T must fit the buffer together. */
 template <typename value_t, factor_kind kind, mirror sym>
@@ -311,7 +351,8 @@ bool apply_tiny(const factor_run<value_t> *run, thread_space<value_t> *space, ta
     const supernodal_structure &s = *run->s;
     const factor_store<value_t> &store = *run->in->store;
     const int64_t width = supernode_columns(s, source);
-    if (store.pager != nullptr || q * width > tiny_products || (kind == factor_kind::ldlt && width > 1)) return false;
+    if (store.pager != nullptr || target->spanned > 0 || q * width > tiny_products || (kind == factor_kind::ldlt && width > 1))
+        return false;
     const int64_t ld = supernode_rows(s, source), last = target->first + target->columns - 1;
     const int64_t *list = supernode_row_list(s, source) + (ld - q);
     int64_t k = 1;

@@ -87,9 +87,10 @@ TYPED_TEST(dense_kernels, updates_meet_only_their_entries)
     workspace work;
     for (const int32_t type : runnable_families()) {
         const kernel_table<value_t> *table = dense_family_table<value_t>(type);
-        for (const auto &[q, k, w] : {std::array<int64_t, 3>{1, 1, 1}, {5, 2, 2}, {20, 20, 3}, {37, 9, 17}, {60, 33, 40}}) {
+        for (const auto &[q, k, w] : {std::array<int64_t, 3>{1, 1, 1}, {5, 2, 2}, {20, 20, 3}, {37, 9, 17}, {60, 33, 40}, {30, 20, 300}}) {
             for (const mirror kind : {mirror::symmetric, mirror::hermitian}) {
-                for (const update_shape shape : {update_shape::full, update_shape::lower}) {
+                for (int64_t form = 0; form < 3; ++form) { /* full, lower, span of two blocks */
+                    const update_shape shape = form == 1 ? update_shape::lower : update_shape::full;
                     for (int64_t gap = 0; gap < 3; ++gap) { /* 0: contiguous; 1: a gap now and then; 2: no two rows together */
                         const block<value_t> w1(q, w, 1, 7), v1(k, w, 0, 8), w2(q, 3, 4, 9), v2(k, 3, 1, 10);
                         std::vector<int64_t> position;
@@ -99,25 +100,27 @@ TYPED_TEST(dense_kernels, updates_meet_only_their_entries)
                         block<value_t> expected = c;
                         const std::vector<update_segment<value_t>> segments = {{w1.data(), w1.ld, v1.data(), v1.ld, w},
                                                                                {w2.data(), w2.ld, v2.data(), v2.ld, 3}};
+                        std::vector<int64_t> start, top;
                         for (int64_t j = 0; j < k; ++j) {
-                            for (int64_t i = shape == update_shape::lower ? j : 0; i < q; ++i) {
+                            start.push_back(position[static_cast<size_t>(j)] * c.ld);
+                            top.push_back(form == 0 ? 0 : form == 1 ? j : j < k / 2 ? 1 : k / 2 + 2);
+                            for (int64_t i = top.back(); i < q; ++i) {
                                 value_t sum = 0;
                                 for (int64_t l = 0; l < w; ++l) sum += w1(i, l) * conjugated(v1(j, l), kind == mirror::hermitian);
                                 for (int64_t l = 0; l < 3; ++l) sum += w2(i, l) * conjugated(v2(j, l), kind == mirror::hermitian);
                                 expected(position[static_cast<size_t>(i)], position[static_cast<size_t>(j)]) -= sum;
                             }
                         }
-                        if (gap == 0)
-                            table->update(kind, shape, q, k, 2, segments.data(), nullptr, nullptr, c.data(), c.ld, work.p);
-                        else {
-                            for (const auto &s : segments) {
-                                table->update(kind, shape, q, k, 1, &s, position.data(), position.data(), c.data(), c.ld,
-                                              gap == 1 ? work.p : nullptr);
-                            }
-                        }
-                        for (int64_t j = 0; j < k && shape == update_shape::lower; ++j) { /* untouched means the same bits */
-                            const int64_t column = position[static_cast<size_t>(j)];
-                            for (int64_t i = 0; i < column; ++i) ASSERT_EQ(c(i, column), expected(i, column)) << "above the diagonal";
+                        void *space = gap == 1 ? nullptr : work.p;
+                        const int64_t *rows_at = gap == 0 ? nullptr : position.data();
+                        if (form == 2)
+                            table->update_span(kind, q, k, 2, segments.data(), {rows_at, start.data(), top.data()}, c.data(), space);
+                        else
+                            table->update(kind, shape, q, k, 2, segments.data(), rows_at, rows_at, c.data(), c.ld, space);
+                        for (int64_t j = 0; j < k; ++j) { /* untouched means the same bits */
+                            const int64_t column = position[static_cast<size_t>(j)], above = std::min(top[static_cast<size_t>(j)], q);
+                            for (int64_t i = 0; above > 0 && i <= position[static_cast<size_t>(above - 1)]; ++i)
+                                ASSERT_EQ(c(i, column), expected(i, column)) << "above the first row";
                         }
                         expect_close(c, expected, 8 * epsilon_of<value_t>() * static_cast<double>(w + 5),
                                      "type " + std::to_string(type) + " q " + std::to_string(q));

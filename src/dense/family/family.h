@@ -17,6 +17,7 @@ constexpr kernel_table<value_t> make_table()
     return {gemm<value_t>,
             trsm<value_t>,
             update<value_t>,
+            update_blocks<value_t>,
             potrf_panel<value_t>,
             getrf<value_t>,
             gemv<value_t>,

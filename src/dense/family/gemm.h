@@ -91,21 +91,16 @@ void subtract_product(int64_t m, int64_t n, const product_pair<value_t> &pair, b
     product(t, m, n, 1, &pair, work);
 }
 
+/* Subtract the products of all segments from a target, whose signs are still to be set. */
 template <typename value_t>
-void update(mirror kind, update_shape shape, int64_t q, int64_t k, int64_t segment_count, const update_segment<value_t> *segments,
-            const int64_t *row_position, const int64_t *column_position, value_t *c, int64_t ldc, void *work)
+void subtract_segments(tile_target<value_t> *t, mirror kind, int64_t q, int64_t k, int64_t segment_count,
+                       const update_segment<value_t> *segments, void *work)
 {
     constexpr int64_t at_once = 16; /* segments per pass over c */
     product_pair<value_t> pair[at_once];
-    tile_target<value_t> t = {};
-    t.c = c;
-    t.ldc = ldc;
-    t.row_position = row_position;
-    t.column_position = column_position;
-    t.mode = row_position != nullptr ? write_mode::scatter : write_mode::add;
-    t.lower = shape == update_shape::lower;
     const real_of<value_t> minus_one[2] = {-1, 0};
-    set_signs(&t, false, kind == mirror::hermitian, minus_one);
+    t->mode = t->row_position != nullptr ? write_mode::scatter : write_mode::add;
+    set_signs(t, false, kind == mirror::hermitian, minus_one);
     for (int64_t first = 0; first < segment_count; first += at_once) {
         const int64_t count = segment_count - first < at_once ? segment_count - first : at_once;
         for (int64_t s = 0; s < count; ++s) {
@@ -114,8 +109,34 @@ void update(mirror kind, update_shape shape, int64_t q, int64_t k, int64_t segme
             pair[s].b = {segment.v, 1, segment.ldv};
             pair[s].depth = segment.depth;
         }
-        product(t, q, k, count, pair, work);
+        product(*t, q, k, count, pair, work);
     }
+}
+
+template <typename value_t>
+void update(mirror kind, update_shape shape, int64_t q, int64_t k, int64_t segment_count, const update_segment<value_t> *segments,
+            const int64_t *row_position, const int64_t *column_position, value_t *c, int64_t ldc, void *work)
+{
+    tile_target<value_t> t = {};
+    t.c = c;
+    t.ldc = ldc;
+    t.row_position = row_position;
+    t.column_position = column_position;
+    t.lower = shape == update_shape::lower;
+    subtract_segments(&t, kind, q, k, segment_count, segments, work);
+}
+
+template <typename value_t>
+void update_blocks(mirror kind, int64_t q, int64_t k, int64_t segment_count, const update_segment<value_t> *segments,
+                   const update_span &span, value_t *c, void *work)
+{
+    tile_target<value_t> t = {};
+    t.c = c;
+    t.row_position = span.row_position;
+    t.column_start = span.column_start;
+    t.first_row = span.first_row;
+    t.lower = true;
+    subtract_segments(&t, kind, q, k, segment_count, segments, work);
 }
 
 } // namespace

@@ -169,8 +169,9 @@ DENSE_INLINE bool run_tile(const tile_target<value_t> &t, tile_operands<real_of<
     constexpr int64_t width = parts<value_t>;
     constexpr int64_t values = lanes<real_t> / width;
     int64_t shift = 0; /* vectors above the diagonal have nothing to do */
-    if (t.lower && j > i) {
-        shift = (j - i) / values * values;
+    const int64_t top = first_row_of(t, j);
+    if (top > i) {
+        shift = (top - i) / values * values;
         if (shift >= strip_count) return false;
     }
     const int64_t count = strip_count - shift;
@@ -323,11 +324,12 @@ void product_blocks(const tile_target<value_t> &target, int64_t m, int64_t n, in
             const int64_t depth = total_depth - l < depth_block ? total_depth - l : depth_block;
             side_tiles<real_t> b = {as_real(pair->b.x + j + l * pair->b.l_step), pair->b.l_step * width, 0};
             if (!direct_b) {
-                if (columns > buffer.b_tiles * column_tile) columns = buffer.b_tiles * column_tile;
+                const int64_t room = buffer.b_tiles * depth_block / depth * column_tile;
+                if (columns > room) columns = room;
                 pack_columns(pair, j, columns, l, depth, buffer.b);
                 b = {buffer.b, tile_columns, tile_columns * depth};
             }
-            const int64_t top = t.lower ? j / strip * strip : 0; /* rows above the diagonal have nothing to do */
+            const int64_t top = first_row_of(t, j) / strip * strip; /* rows above have nothing to do */
             if (direct_a) {
                 const side_tiles<real_t> a = {as_real(pair->a.x + l * pair->a.l_step), pair->a.l_step * width, 0};
                 run_direct(t, a, b, depth, top, m, j, columns);
@@ -336,7 +338,7 @@ void product_blocks(const tile_target<value_t> &target, int64_t m, int64_t n, in
                 for (int64_t i = top; i < m; i += block) {
                     const int64_t rows = m - i < block ? m - i : block;
                     const int64_t after = m - i - rows < rows ? m - i - rows : rows;
-                    const int64_t met = t.lower && i + rows - j < columns ? i + rows - j : columns;
+                    const int64_t met = t.lower && t.first_row == nullptr && i + rows - j < columns ? i + rows - j : columns;
                     const int64_t tiles_now = (met + column_tile - 1) / column_tile * ((rows + strip - 1) / strip);
                     rows_ahead<value_t> next = {pair, i + rows, l, after * width, 0, depth / tiles_now + 1};
                     if (pair->a.i_step == 1 && after > 0) next.depth = depth;

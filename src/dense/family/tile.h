@@ -35,12 +35,28 @@ struct tile_target {
     const int64_t *row_position; /* write_mode::scatter: positions of all rows and columns of the result */
     const int64_t *column_position;
     write_mode mode;
-    bool lower;               /* only entries with row >= column count, the others are left alone; not with write_mode::store */
-    bool turned;              /* complex alpha with an imaginary part: the product is turned by alpha itself */
-    vec<real_of<value_t>> s1; /* real types: alpha; complex types: the signs of e and of swap(o), times the real alpha */
+    const int64_t *column_start; /* where columns begin that do not lie ldc apart; else null */
+    const int64_t *first_row;    /* of a lower result: the first row that counts in each column; null: the column's own number */
+    bool lower;                  /* only entries with row >= column count, the others are left alone; not with write_mode::store */
+    bool turned;                 /* complex alpha with an imaginary part: the product is turned by alpha itself */
+    vec<real_of<value_t>> s1;    /* real types: alpha; complex types: the signs of e and of swap(o), times the real alpha */
     vec<real_of<value_t>> s2;
     real_of<value_t> alpha[2];
 };
+
+/* First row that counts in column j. */
+template <typename value_t>
+DENSE_INLINE int64_t first_row_of(const tile_target<value_t> &t, int64_t j)
+{
+    return t.first_row != nullptr ? t.first_row[j] : t.lower ? j : 0;
+}
+
+template <typename value_t>
+DENSE_INLINE value_t *column_of(const tile_target<value_t> &t, int64_t j)
+{
+    if (t.column_start != nullptr) return t.c + t.column_start[j];
+    return t.c + (t.mode == write_mode::scatter ? t.column_position[j] : j) * t.ldc;
+}
 
 /* One operand pair of a tile: a has tile rows contiguous and a_step reals between depths, b likewise. */
 template <typename real_t>
@@ -160,10 +176,10 @@ DENSE_INLINE void place_tile(const tile_target<value_t> &t, const vec<real_of<va
     constexpr int columns = nr / static_cast<int>(parts<value_t>);
     constexpr int64_t values = lanes<real_t> / parts<value_t>; /* values in a vector */
     const bool scattered = t.mode == write_mode::scatter;
-    const bool crossed = t.lower && i < j + columns - 1;
+    const bool crossed = t.lower && i < first_row_of(t, j + columns - 1);
     value_t *column[columns];
     DENSE_UNROLL
-    for (int l = 0; l < columns; ++l) column[l] = t.c + (scattered ? t.column_position[j + l] : j + l) * t.ldc;
+    for (int l = 0; l < columns; ++l) column[l] = column_of(t, j + l);
     DENSE_UNROLL
     for (int v = 0; v < mv; ++v) {
         const bool part = masked && v == mv - 1;
@@ -175,7 +191,7 @@ DENSE_INLINE void place_tile(const tile_target<value_t> &t, const vec<real_of<va
         DENSE_UNROLL
         for (int l = 0; l < columns; ++l) {
             const vec<real_t> y = tile_value<value_t, mv, nr>(t, sum, l, v);
-            const int64_t above = crossed && j + l > row ? j + l - row : 0;
+            const int64_t above = crossed && first_row_of(t, j + l) > row ? first_row_of(t, j + l) - row : 0;
             if (!run)
                 scatter_lanes<value_t>(y, above, count, position, column[l]);
             else {
@@ -199,19 +215,21 @@ void tile_run(const tile_target<value_t> &t, const tile_operands<real_of<value_t
     using real_t = real_of<value_t>;
     constexpr int columns = nr / static_cast<int>(parts<value_t>);
     vec<real_t> sum[nr][mv];
-    if (t.mode == write_mode::scatter && x.depth > prefetch_depth) {
+    const bool scattered = t.mode == write_mode::scatter;
+    if ((scattered || t.column_start != nullptr) && x.depth > prefetch_depth) {
         /* most rows of a tile lie in two or three runs */
         const int64_t last = (mv * lanes<real_t> - (masked ? lanes<real_t> - tail : 0)) / parts<value_t> - 1;
-        const int64_t first_row = t.row_position[i], middle_row = t.row_position[i + last / 2], last_row = t.row_position[i + last];
+        const int64_t first_row = scattered ? t.row_position[i] : i, last_row = scattered ? t.row_position[i + last] : i + last;
+        const int64_t middle_row = scattered ? t.row_position[i + last / 2] : last_row;
         DENSE_UNROLL
         for (int l = 0; l < columns; ++l) {
-            const value_t *column = t.c + t.column_position[j + l] * t.ldc;
+            const value_t *column = column_of(t, j + l);
             __builtin_prefetch(column + first_row, 1);
             __builtin_prefetch(column + middle_row, 1);
             __builtin_prefetch(column + last_row, 1);
         }
     }
-    if (t.mode == write_mode::scatter || (t.lower && i < j + columns - 1)) {
+    if (scattered || t.column_start != nullptr || (t.lower && i < j + columns - 1)) {
         tile_product<real_t, mv, nr, masked>(x, tail, sum);
         place_tile<value_t, mv, nr, masked>(t, sum, tail, i, j);
         return;
