@@ -142,16 +142,17 @@ void list_work(factor_pipeline<value_t> *p)
     p->list_start.resize(size_from(starts));
     for (word_list *w : {&p->list_source, &p->list_rows}) w->resize(size_from(c.task_count + 1));
     for (word_list *w : {&p->ready_source, &p->ready_rows}) w->resize(size_from(c.parallel_list_size + 1));
-    p->cursor.resize(size_from((c.domains + 1) * c.task_bound + 2));
-    work_list_arrays arrays = {p->work_order.data(), p->ready_start.data(), p->list_start.data(), p->list_source.data(),
-                               p->list_rows.data()};
+    p->cursor.resize(size_from((c.domains + 1) * c.task_bound + c.supernodes + 2));
+    work_list_arrays arrays = {p->work_order.data(),  p->ready_start.data(), p->list_start.data(),
+                               p->list_source.data(), p->list_rows.data(),   p->cursor.data()};
     build_work_lists(&c, &p->structure, &arrays);
     p->work_list = {c.two_level,           first_top_supernode(&p->structure),
                     p->work_order.data(),  p->list_start.data(),
                     p->list_source.data(), p->list_rows.data(),
                     p->ready_start.data(), p->ready_source.data(),
                     p->ready_rows.data(),  p->status.data(),
-                    p->cursor.data()};
+                    p->cursor.data(),      p->cursor[0],
+                    p->cursor.data() + 1};
 }
 
 template <typename value_t>

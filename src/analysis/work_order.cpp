@@ -1,9 +1,9 @@
-/* The order in which the single-level factorization hands supernodes to its threads. A thread that takes a supernode waits until the last
-   of its descendants is done, so neighbours in the order should not depend on each other, while a subtree should stay together for the
-   cache. The order is the one in which twice as many processors as there are threads would start the supernodes: each takes a small
-   subtree from leaves to root, or one supernode above all small subtrees; among those ready, the one with the longest path to the root
-   (list scheduling by critical path, Hu 1961). Twice as many, so that the one before in the same subtree is mostly done. */
+/* The order in which the single-level factorization hands supernodes to its threads, and the tasks in which it does so: small subtrees,
+   each as a whole, and single supernodes above them. A thread that takes a supernode waits until the last of its descendants is done, so
+   neighbours in the order should not depend on each other. The order is the one in which as many processors as there are threads would
+   start the tasks: among those ready, the one with the longest path to the root (list scheduling by critical path, Hu 1961). */
 #include "service/service.h"
+#include <cstdlib>
 
 #include "analysis/symbolic.h"
 
@@ -64,7 +64,7 @@ static void cut_tasks(schedule *plan, double *subtree, int64_t processors)
         subtree[up - 1] += subtree[s - 1];
         ++plan->children[up - 1];
     }
-    const double limit = total / static_cast<double>(4 * processors);
+    const double limit = total / static_cast<double>((getenv("LIM") ? atoi(getenv("LIM")) : 16) * processors);
     for (int64_t s = count; s >= 1; --s) {
         const int64_t up = sparent[s - 1];
         const bool inside = up != 0 && subtree[up - 1] <= limit;
@@ -81,53 +81,73 @@ static void cut_tasks(schedule *plan, double *subtree, int64_t processors)
         if (task[s - 1] == s && subtree[s - 1] <= limit) plan->path[s - 1] += subtree[s - 1] - plan->cost[s - 1];
 }
 
-static void run_schedule(schedule *plan, double *clock, int64_t *at, int64_t *running, int64_t processors, int64_t *work_order)
+/* A task's supernodes follow each other in the order. They are taken at once if their numbers follow each other as well, as in every
+   postordering; else each is a task of its own. */
+static int64_t list_task(schedule *plan, int64_t task, int64_t place, work_list_arrays *arrays)
+{
+    int64_t first = plan->first[task - 1], count = 0, *const tasks = arrays->tasks;
+    for (int64_t s = first; s != 0; s = plan->next[s - 1]) {
+        arrays->work_order[place + count] = plan->children[s - 1] == 0 ? -s : s;
+        ++count;
+    }
+    if (task - first + 1 == count)
+        tasks[++tasks[0]] = place;
+    else
+        for (int64_t k = 0; k < count; ++k) tasks[++tasks[0]] = place + k;
+    return place + count;
+}
+
+static void run_schedule(schedule *plan, double *clock, int64_t *running, int64_t processors, work_list_arrays *arrays)
 {
     const int64_t count = plan->s->supernodes, *sparent = plan->s->sparent;
     plan->ready = 0;
     for (int64_t s = 1; s <= count; ++s)
         if (plan->first[s - 1] != 0 && plan->waiting[s - 1] == 0) push_ready(plan, s);
-    int64_t busy = 0;
+    int64_t busy = 0, place = 0;
+    arrays->tasks[0] = 0;
+    const auto start_next = [&](int64_t p) {
+        const int64_t task = running[p] = pop_ready(plan);
+        const int64_t up = sparent[task - 1];
+        clock[p] += plan->path[task - 1] - (up != 0 ? plan->path[up - 1] : 0);
+        place = list_task(plan, task, place, arrays);
+    };
     for (; busy < processors && plan->ready > 0; ++busy) {
         clock[busy] = 0;
-        running[busy] = pop_ready(plan);
-        at[busy] = plan->first[running[busy] - 1];
+        start_next(busy);
     }
-    for (int64_t k = 0; k < count;) {
+    while (busy > 0) {
         int64_t p = 0;
         for (int64_t q = 1; q < busy; ++q)
             if (clock[q] < clock[p]) p = q;
-        if (at[p] == 0) {
-            /* a finished task makes at most one other ready, so a processor that finds none will not be needed again */
-            const int64_t up = sparent[running[p] - 1];
-            if (up != 0 && --plan->waiting[up - 1] == 0) push_ready(plan, up);
-            if (plan->ready > 0) {
-                running[p] = pop_ready(plan);
-                at[p] = plan->first[running[p] - 1];
-            } else {
-                --busy;
-                clock[p] = clock[busy];
-                running[p] = running[busy];
-                at[p] = at[busy];
-                continue;
-            }
+        /* a finished task makes at most one other ready, so a processor that finds none will not be needed again */
+        const int64_t up = sparent[running[p] - 1];
+        if (up != 0 && --plan->waiting[up - 1] == 0) push_ready(plan, up);
+        if (plan->ready > 0) {
+            start_next(p);
+        } else {
+            --busy;
+            clock[p] = clock[busy];
+            running[p] = running[busy];
         }
-        const int64_t s = at[p];
-        work_order[k++] = plan->children[s - 1] == 0 ? -s : s;
-        clock[p] += plan->cost[s - 1];
-        at[p] = plan->next[s - 1];
     }
+    arrays->tasks[arrays->tasks[0] + 1] = count;
+}
+
+static void single_tasks(int64_t supernodes, int64_t *tasks)
+{
+    tasks[0] = supernodes;
+    for (int64_t k = 0; k <= supernodes; ++k) tasks[k + 1] = k;
 }
 
 void fill_work_order(const supernodal_structure *s, int64_t nproc, work_list_arrays *arrays)
 {
-    const int64_t count = s->supernodes, processors = 2 * (nproc > 1 ? nproc : 1);
-    int64_t *block = static_cast<int64_t *>(service_alloc_direct(static_cast<uint64_t>(8 * count + 3 * processors) * sizeof(int64_t), 64));
-    if (block == nullptr) return; /* leaves first does as well, only slower */
-    double *real = reinterpret_cast<double *>(block + 5 * count + 2 * processors);
+    const int64_t count = s->supernodes, processors = nproc > 1 ? nproc : 1;
+    int64_t *block = static_cast<int64_t *>(service_alloc_direct(static_cast<uint64_t>(8 * count + 2 * processors) * sizeof(int64_t), 64));
+    if (block == nullptr) return single_tasks(count, arrays->tasks); /* leaves first does as well, only slower */
+    double *real = reinterpret_cast<double *>(block + 5 * count + processors);
     schedule plan = {s, real, real + count, block, block + count, block + 2 * count, block + 3 * count, block + 4 * count, 0};
     update_costs(s, arrays, plan.cost);
     cut_tasks(&plan, real + 2 * count, processors);
-    run_schedule(&plan, real + 3 * count, block + 5 * count, block + 5 * count + processors, processors, arrays->work_order);
+    run_schedule(&plan, real + 3 * count, block + 5 * count, processors, arrays);
     service_free_direct(block);
 }

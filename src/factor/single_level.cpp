@@ -1,25 +1,30 @@
+#include <cstdlib>
+
 #include "factor/factor_run.h"
 #include "factor/team.h"
 
-/* The single-level region. The threads take the supernodes in work order; a finished one is appended to the ready list of each of its
-   targets, and a target applies what stands there until it has received all it expects. Positions are handed out in order and a target
-   comes after its descendants, so whoever waits waits for a supernode that a running thread holds. The order of the updates depends on
-   arrival, and so do the last bits. lists->status holds the write positions. */
+/* The single-level region. The threads take tasks in work order. A task of one supernode applies what stands in its ready list until it has
+   received all it expects. A task of several is a whole subtree: nothing from outside updates it, so that it is factored as by the serial
+   driver, without locks. What is finished is appended to the ready list of each target outside of the task. Tasks are handed out in order
+   and a target comes after its descendants, so whoever waits waits for a supernode that a running thread holds. The order of the updates
+   depends on arrival, and so do the last bits. lists->status holds the write positions. */
 
 namespace
 {
 
+/* Append the supernodes first .. last to the lists of their targets behind last; targets ascend. */
 template <typename value_t>
-void publish(factor_run<value_t> *run, int64_t number)
+void publish(factor_run<value_t> *run, int64_t first, int64_t last)
 {
     const work_lists &lists = *run->in->lists;
 #pragma omp critical(ready_lock)
     {
-        for (int64_t p = lists.list_start[number - 1]; p < lists.list_start[number]; ++p) {
-            const int64_t at = lists.status[lists.list_source[p - 1] - 1]++;
-            lists.ready_source[at - 1] = number;
-            lists.ready_rows[at - 1] = lists.list_rows[p - 1];
-        }
+        for (int64_t number = first; number <= last; ++number)
+            for (int64_t p = lists.list_start[number] - 1; p >= lists.list_start[number - 1] && lists.list_source[p - 1] > last; --p) {
+                const int64_t at = lists.status[lists.list_source[p - 1] - 1]++;
+                lists.ready_source[at - 1] = number;
+                lists.ready_rows[at - 1] = lists.list_rows[p - 1];
+            }
     }
 }
 
@@ -56,8 +61,22 @@ void process_supernode(factor_run<value_t> *run, thread_space<value_t> *space, i
     if (!failed(run)) factor_supernode<value_t, kind, sym>(run, space, &target);
     close_target(run, &target, block_use::create);
     if (failed(run)) return;
-    publish(run, number);
+    publish(run, number, number);
     report_block(run, space, target.rows * target.columns, true);
+}
+
+template <typename value_t, factor_kind kind, mirror sym>
+void process_subtree(factor_run<value_t> *run, thread_space<value_t> *space, int64_t first, int64_t last)
+{
+    const supernodal_structure &s = *run->s;
+    const source_lists lists = {run->in->thread_rows + s.supernodes, run->in->thread_rows};
+    for (int64_t c = s.xsuper[first - 1]; c < s.xsuper[last]; ++c) lists.head[c - 1] = 0;
+    for (int64_t number = first, end = 0; number <= last && !failed(run); number = end + 1) {
+        end = process_front<value_t, kind, sym>(run, space, lists, number, last);
+        if (failed(run)) return;
+        for (; number <= end; ++number) report_block(run, space, supernode_rows(s, number) * supernode_columns(s, number), true);
+    }
+    publish(run, first, last);
 }
 
 } // namespace
@@ -77,9 +96,14 @@ void single_level_region(factor_run<value_t> *run, void *work)
         id = ++threads;
         bind_thread_space(run, id, work, &space);
 #pragma omp for schedule(dynamic, 1)
-        for (int64_t position = 0; position < supernodes; ++position) {
-            const int64_t entry = lists.work_order[position];
-            if (!failed(run)) process_supernode<value_t, kind, sym>(run, &space, entry < 0 ? -entry : entry);
+        for (int64_t task = 0; task < lists.tasks; ++task) {
+            const int64_t first = std::abs(lists.work_order[lists.task_start[task]]);
+            const int64_t count = lists.task_start[task + 1] - lists.task_start[task];
+            if (failed(run)) continue;
+            if (count == 1)
+                process_supernode<value_t, kind, sym>(run, &space, first);
+            else
+                process_subtree<value_t, kind, sym>(run, &space, first, first + count - 1);
         }
         merge_counts(run, &space);
         if (id == 1 && !failed(run)) report_percent(run, 100);

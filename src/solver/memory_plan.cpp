@@ -175,6 +175,7 @@ void plan_parallel_data(planner *plan)
     plan_position_map(plan);
     give(plan, array_pivots, sum(product(n + 1, s->max_fac_store), 1));
     give(plan, array_list_count, sequential ? 1 : supernodes + 2);
+    if (s->two_level == 0) give(plan, array_cursor, sequential ? 1 : supernodes + 2);
     const int64_t lists = s->two_level != 0 ? sum(product(s->domains + 1, supernodes), 1) : supernodes + 2;
     give(plan, array_list_start, sequential ? 1 : lists);
     give(plan, array_thread_rows, sum(supernodes + 1, product(sum(product(2, threads), 1), n)));
@@ -198,7 +199,8 @@ void plan_after_reordering(planner *plan)
         give(plan, array_ready_rows, s->parallel_list_size + 1);
         give(plan, array_status, s->supernodes + 1);
     }
-    give(plan, array_cursor, s->two_level != 0 ? sum(product(s->domains + 1, s->task_bound), 2) : 1);
+    if (s->two_level != 0)
+        give(plan, array_cursor, sum(product(s->domains + 1, s->task_bound), 2));
 }
 
 void plan_ooc_tree(planner *plan)

@@ -25,6 +25,10 @@ work_lists lists_view(const solver_state *s, const supernodal_structure *structu
     lists.ready_rows = stage_words(s, array_ready_rows);
     lists.status = stage_words(s, array_status);
     lists.cursor = stage_words(s, array_cursor);
+    if (lists.two_level == 0) {
+        lists.tasks = lists.cursor[0];
+        lists.task_start = lists.cursor + 1;
+    }
     return lists;
 }
 

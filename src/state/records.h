@@ -116,7 +116,7 @@ enum array_number : int64_t {
     array_ready_source = 37,     /* single level: ready list, source supernode */
     array_ready_rows = 38,       /* single level: ready list, remaining rows */
     array_status = 39,           /* [S] two-level: 0 free, -1 claimed, 1 finished */
-    array_cursor = 40,           /* two-level: cursor per list */
+    array_cursor = 40,           /* two-level: cursor per list; single level: [S + 2] number of tasks, their starts */
     array_ordering_work = 41,
     array_update_buffer = 42,  /* per thread update buffers of the factorization and scratch of the solve */
     array_solve_work = 43,     /* refinement and hybrid iteration */

@@ -44,8 +44,10 @@ struct work_lists {
     const int64_t *list_start, *list_source, *list_rows;
     const int64_t *ready_start; /* [supernodes + 1] */
     int64_t *ready_source, *ready_rows;
-    int64_t *status; /* [supernodes] */
-    int64_t *cursor; /* [(domains + 1) * top supernodes] */
+    int64_t *status;           /* [supernodes] */
+    int64_t *cursor;           /* two-level: [(domains + 1) * top supernodes] */
+    int64_t tasks;             /* single level: pieces of the work order that a thread takes at a time */
+    const int64_t *task_start; /* [tasks + 1] places in the work order, from 0; several supernodes are a whole subtree, numbered in a row */
 };
 
 /* Where each entry of the matrix goes. For column c of the factor (new numbering) the lnz entries are p = start_l[c-1] .. start_l[c]-1:

@@ -273,7 +273,7 @@ TEST(symbolic_counts, block_bounds_are_the_largest_blocks)
 /* ---- work lists ---- */
 
 struct built_lists {
-    words order, ready, start, source, rows;
+    words order, ready, start, source, rows, tasks;
 };
 
 static built_lists build(analysis_run *run)
@@ -282,8 +282,9 @@ static built_lists build(analysis_run *run)
     work_list_sizes(&run->control, &s);
     const size_t supernodes = run->sparent.size(), updates = static_cast<size_t>(run->control.task_count);
     const size_t lists = run->control.two_level == 0 ? supernodes : static_cast<size_t>((s.domains + 1) * run->control.task_bound);
-    built_lists b{run->work_order, words(supernodes + 1, -7), words(lists + 1, -7), words(updates, -7), words(updates, -7)};
-    work_list_arrays a{b.order.data(), b.ready.data(), b.start.data(), b.source.data(), b.rows.data()};
+    built_lists b{run->work_order,    words(supernodes + 1, -7), words(lists + 1, -7),
+                  words(updates, -7), words(updates, -7),        words(supernodes + 2, -7)};
+    work_list_arrays a{b.order.data(), b.ready.data(), b.start.data(), b.source.data(), b.rows.data(), b.tasks.data()};
     build_work_lists(&run->control, &s, &a);
     return b;
 }
@@ -302,6 +303,25 @@ static std::vector<words> all_updates(const analysis_run &run)
         }
     }
     return updates;
+}
+
+/* Tasks cover the order; one of several supernodes has consecutive numbers, and no other supernode updates it. */
+static void expect_tasks(const analysis_run &run, const built_lists &b)
+{
+    const int64_t supernodes = run.control.supernodes, tasks = b.tasks[0];
+    ASSERT_GE(tasks, 1);
+    EXPECT_EQ(b.tasks[1], 0);
+    const std::vector<words> updates = all_updates(run);
+    ASSERT_EQ(b.tasks[at(tasks + 2)], supernodes);
+    for (int64_t t = 1; t <= tasks; ++t) {
+        const int64_t from = b.tasks[at(t + 1)], to = b.tasks[at(t + 2)];
+        ASSERT_LT(from, to);
+        const int64_t first = std::abs(b.order[at(from + 1)]), last = std::abs(b.order[at(to)]);
+        ASSERT_EQ(last - first, to - from - 1);
+        for (int64_t k = from; k < to; ++k) ASSERT_EQ(std::abs(b.order[at(k + 1)]), first + k - from);
+        for (const words &update : updates)
+            if (to - from > 1 && update[1] >= first && update[1] <= last) ASSERT_GE(update[0], first);
+    }
 }
 
 TEST(symbolic_work_lists, single_level_lists_hold_every_update_once_and_the_order_respects_them)
@@ -325,6 +345,7 @@ TEST(symbolic_work_lists, single_level_lists_hold_every_update_once_and_the_orde
         for (int64_t s = 1; s <= run.control.supernodes; ++s) ASSERT_EQ(b.ready[at(s + 1)] - b.ready[at(s)], received[at(s)]);
         EXPECT_EQ(b.ready[0], 1);
         expect_order(run, b.order);
+        expect_tasks(run, b);
     }
 }
 
@@ -351,7 +372,7 @@ TEST(symbolic_work_lists, two_level_lists_hold_every_update_of_the_top_by_domain
                 found.push_back({source, target, b.rows[at(p)]});
             }
         }
-        for (const words &update : all_updates(run))
+        for (const words &update : updates)
             if (update[1] >= top) expected.push_back(update);
         std::sort(found.begin(), found.end());
         EXPECT_EQ(found, expected);

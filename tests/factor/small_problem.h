@@ -51,7 +51,7 @@ struct small_problem {
     std::vector<value_t> a;
     std::vector<value_t> dense; /* the whole matrix with its rows in row_order, given numbering, column-major */
     std::vector<int64_t> perm, invp, xsuper, snode, xlindx, lindx, xlnz, xunz, sparent, domain_table;
-    std::vector<int64_t> work_order, list_start, list_source, list_rows, ready_start, ready_source, ready_rows, status, cursor;
+    std::vector<int64_t> work_order, list_start, list_source, list_rows, ready_start, ready_source, ready_rows, status, cursor, task_start;
     supernodal_structure structure = {};
     work_lists lists = {};
 
@@ -296,6 +296,8 @@ void make_lists(small_problem<value_t> *q, int64_t two_level)
     q->ready_source.assign(z(q->ready_start.back()), -7);
     q->ready_rows.assign(z(q->ready_start.back()), -7);
     q->cursor.assign(list.size() + 1, -7);
+    q->task_start.clear();
+    for (int64_t s = 0; s <= supernodes; ++s) q->task_start.push_back(s);
     q->lists = {two_level,
                 first_top,
                 q->work_order.data(),
@@ -306,7 +308,9 @@ void make_lists(small_problem<value_t> *q, int64_t two_level)
                 q->ready_source.data(),
                 q->ready_rows.data(),
                 q->status.data(),
-                q->cursor.data()};
+                q->cursor.data(),
+                supernodes,
+                q->task_start.data()};
 }
 
 } // namespace small_problem_steps
