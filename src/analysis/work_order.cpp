@@ -64,7 +64,7 @@ static void cut_tasks(schedule *plan, double *subtree, int64_t processors)
         subtree[up - 1] += subtree[s - 1];
         ++plan->children[up - 1];
     }
-    const double limit = total / static_cast<double>((getenv("LIM") ? atoi(getenv("LIM")) : 16) * processors);
+    const double limit = total / static_cast<double>(16 * processors);
     for (int64_t s = count; s >= 1; --s) {
         const int64_t up = sparent[s - 1];
         const bool inside = up != 0 && subtree[up - 1] <= limit;

@@ -255,6 +255,22 @@ std::vector<std::pair<int64_t, int64_t>> targets_of(const small_problem<value_t>
     return targets;
 }
 
+/* Tasks of the order 1, 2, ...: whole subtrees of at most four supernodes. */
+inline std::vector<int64_t> subtree_tasks(const supernodal_structure &s)
+{
+    std::vector<int64_t> size(z(s.supernodes), 1), start;
+    for (int64_t i = 0; i < s.supernodes; ++i)
+        if (s.sparent[i] != 0) size[z(s.sparent[i] - 1)] += size[z(i)];
+    for (int64_t i = s.supernodes - 1; i >= 0; --i) {
+        int64_t first = i; /* supernodes in a row that all belong to i are its subtree when they are as many */
+        while (first > 0 && s.sparent[first - 1] != 0 && s.sparent[first - 1] <= i + 1) --first;
+        if (size[z(i)] <= 4 && i - first + 1 >= size[z(i)]) i -= size[z(i)] - 1;
+        start.insert(start.begin(), i);
+    }
+    start.push_back(s.supernodes);
+    return start;
+}
+
 template <typename value_t>
 void make_lists(small_problem<value_t> *q, int64_t two_level)
 {
@@ -296,8 +312,7 @@ void make_lists(small_problem<value_t> *q, int64_t two_level)
     q->ready_source.assign(z(q->ready_start.back()), -7);
     q->ready_rows.assign(z(q->ready_start.back()), -7);
     q->cursor.assign(list.size() + 1, -7);
-    q->task_start.clear();
-    for (int64_t s = 0; s <= supernodes; ++s) q->task_start.push_back(s);
+    q->task_start = subtree_tasks(q->structure);
     q->lists = {two_level,
                 first_top,
                 q->work_order.data(),
@@ -309,7 +324,7 @@ void make_lists(small_problem<value_t> *q, int64_t two_level)
                 q->ready_rows.data(),
                 q->status.data(),
                 q->cursor.data(),
-                supernodes,
+                static_cast<int64_t>(q->task_start.size()) - 1,
                 q->task_start.data()};
 }
 

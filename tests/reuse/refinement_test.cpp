@@ -136,7 +136,7 @@ TEST(refinement, steps_and_their_reports)
     EXPECT_EQ(s.parameter(iparam_refinement_done), 3);
     s.parameter(iparam_refinement_request) = 10;
     ASSERT_EQ(s.call(33), 0) << "no contraction is left at rounding level, but the corrections are small";
-    EXPECT_LE(s.parameter(iparam_refinement_done), 5);
+    EXPECT_LT(s.parameter(iparam_refinement_done), 10);
     EXPECT_EQ(s.parameter(iparam_hybrid_result), 0);
     s.parameter(iparam_refinement_request) = 0;
     ASSERT_EQ(s.call(33), 0);
