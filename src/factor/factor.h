@@ -46,6 +46,13 @@ inline int64_t position_map_work_words(int64_t neqns)
    search at a later factorization. Returns 0 or -2. */
 int64_t build_position_map(const position_map_input *input, position_map *map);
 
+/* ---- update program --------------------------------------------------------------------------------------------------------------- */
+
+/* 32-bit words of the program for a structure with narrow supernodes; 0 when it would not pay. */
+int64_t update_program_words(int64_t matrix_type, const supernodal_structure *structure);
+/* scratch: supernodes words */
+void build_update_program(int64_t matrix_type, const supernodal_structure *structure, int64_t *scratch, int32_t *program);
+
 /* ---- factorization -------------------------------------------------------------------------------------------------------------- */
 
 /* One numeric factorization. All arrays are borrowed. */
@@ -66,6 +73,7 @@ struct factor_input {
     const supernodal_structure *structure;
     const position_map *map;
     const work_lists *lists; /* single_thread 1: only work_order may be absent */
+    const int32_t *program;  /* of the updates, for one thread in core; null where there is none */
     factor_store<value_t> *store;
     int64_t *thread_rows;   /* supernodes + (2 nproc + 1) n words */
     value_t *update_buffer; /* nproc rows of buffer_entries */

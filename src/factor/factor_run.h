@@ -71,6 +71,7 @@ struct thread_space {
     void *work;   /* of the dense kernels; may be null */
     int64_t done; /* entries finished and not yet added to the shared count */
     int64_t perturbed, positive, negative;
+    int64_t chainless_from, chainless_to; /* supernodes in this range begin no chain that is worth a front */
     int64_t pending_count;
     pending_update pending[pending_limit];
 };
@@ -106,6 +107,9 @@ void close_target(const factor_run<value_t> *run, const target_block<value_t> *t
 /* Zero the blocks and place the entries of the matrix, scaled where scaling is on. */
 template <typename value_t>
 void assemble_supernode(const factor_run<value_t> *run, const target_block<value_t> *target);
+/* The same for all supernodes at once, in core. */
+template <typename value_t>
+void assemble_all(const factor_run<value_t> *run);
 
 /* Apply the last `remaining` rows of the finished supernode `source`. Sources are collected; flush_updates applies what is collected and
    must follow the last call. Failures go to run->error: -2 when the rows are scattered and the
@@ -148,6 +152,10 @@ inline void hang_on_next(const supernodal_structure &s, const source_lists &list
 template <typename value_t, factor_kind kind, mirror sym>
 void process_with_lists(factor_run<value_t> *run, thread_space<value_t> *space, const source_lists &lists, int64_t number, int64_t last,
                         bool assembled = false);
+/* The same for a supernode of at most narrow_columns columns, in core. */
+inline constexpr int64_t narrow_columns = 4;
+template <typename value_t, factor_kind kind, mirror sym>
+void process_narrow(factor_run<value_t> *run, thread_space<value_t> *space, const source_lists &lists, int64_t number, int64_t last);
 /* The same for `number` and those supernodes behind it that are better updated together with it; returns the last one of them. */
 template <typename value_t, factor_kind kind, mirror sym>
 int64_t process_front(factor_run<value_t> *run, thread_space<value_t> *space, const source_lists &lists, int64_t number, int64_t last);
@@ -164,13 +172,22 @@ bool open_span(factor_run<value_t> *run, int64_t number, int64_t count, span_blo
 /* The call before and after the work; percent 0 or 100. A wish to stop sets error -1. */
 template <typename value_t>
 void report_percent(factor_run<value_t> *run, int64_t percent);
-/* Note a finished block; thread 1 then tells the hook. always: call the hook although the percentage did not rise. */
+/* Add the thread's finished entries to the shared count; thread 1 then tells the hook. always: although the percentage did not rise. */
 template <typename value_t>
-void report_block(factor_run<value_t> *run, thread_space<value_t> *space, int64_t entries, bool always);
+void publish_blocks(factor_run<value_t> *run, thread_space<value_t> *space, bool always);
+/* Note a finished block. The shared count is touched some hundred times a factorization, not once a block. */
+template <typename value_t>
+inline void report_block(factor_run<value_t> *run, thread_space<value_t> *space, int64_t entries, bool always)
+{
+    space->done += entries;
+    if (space->done * 256 >= run->total_entries || (always && space->id == 1)) publish_blocks(run, space, always);
+}
 
 /* ---- drivers ---- */
 template <typename value_t, factor_kind kind, mirror sym>
 void serial_driver(factor_run<value_t> *run, void *work);
+template <typename value_t, factor_kind kind, mirror sym>
+void program_driver(factor_run<value_t> *run, void *work);
 template <typename value_t, factor_kind kind, mirror sym>
 void single_level_region(factor_run<value_t> *run, void *work);
 template <typename value_t, factor_kind kind, mirror sym>

@@ -1,4 +1,5 @@
 #include "factor/factor_run.h"
+#include "factor/team.h"
 
 #include <cmath>
 #include <complex>
@@ -39,11 +40,21 @@ double perturbation_epsilon(const factor_input<value_t> &in)
     return g < 1 ? epsilon * std::sqrt(g) : epsilon / std::sqrt(g);
 }
 
+/* One thread in core, and no order of updates that other thread counts share. */
+template <typename value_t>
+bool follows_program(const factor_input<value_t> &in)
+{
+    if (in.program == nullptr || in.store->pager != nullptr) return false;
+    return in.single_thread == 1 || (in.single_thread == 0 && in.lists->two_level != 2 && team_threads(in) == 1);
+}
+
 template <typename value_t, factor_kind kind, mirror sym>
 void run_driver(factor_run<value_t> *run, void *work)
 {
     const factor_input<value_t> &in = *run->in;
-    if (in.single_thread == 1)
+    if (follows_program(in))
+        program_driver<value_t, kind, sym>(run, work);
+    else if (in.single_thread == 1)
         serial_driver<value_t, kind, sym>(run, work);
     else if (in.single_thread != 0)
         return;

@@ -33,59 +33,110 @@ struct side_map {
     int64_t base;
 };
 
-/* The given row and column of an entry in factor column c: on the lnz side c is the column and map_col the row, swapped for transposed
-   images and on the unz side. */
-template <typename value_t, bool with_scaling>
-void place_side(const factor_run<value_t> *run, const side_map &side, const target_block<value_t> *target, bool upper, value_t *block)
+/* What a supernode's entries are placed with. */
+template <typename value_t>
+struct placing {
+    const factor_input<value_t> *in;
+    bool conjugate;
+    bool upper;
+    int64_t last; /* place of the side's last entry */
+};
+
+/* The entries of one column. The given row and column of an entry in factor column c: on the lnz side c is the column and map_col the row,
+   swapped for transposed images and on the unz side. own_row, own_column: the factors of c. */
+template <typename value_t, bool with_scaling, bool ahead>
+void place_column(const placing<value_t> &how, const side_map &side, int64_t begin, int64_t end, double own_row, double own_column,
+                  value_t *block)
 {
-    const factor_input<value_t> &in = *run->in;
-    const bool conjugate = run->hermitian;
-    /* Entries are asked for some columns ahead, which are short: without that a refactorization of memplus takes a sixth longer. */
+    /* Columns are short. Without a look ahead a refactorization of memplus takes a sixth longer. */
     constexpr int64_t places_ahead = 24;
-    const int64_t last = side.start[run->s->neqns] - 2;
-    for (int64_t c = target->first; c < target->first + target->columns; ++c) {
-        const int64_t given = run->s->perm[c - 1];
-        const int64_t given_row = in.row_order == nullptr ? given : in.row_order[given - 1];
-        for (int64_t p = side.start[c - 1] - 1; p < side.start[c] - 1; ++p) {
-            const int64_t dest = side.dest[p], ahead = p + places_ahead < last ? p + places_ahead : last;
-            __builtin_prefetch(&in.a[side.src[ahead] - 1]);
-            if constexpr (with_scaling) __builtin_prefetch(&(upper ? in.scale_col : in.scale_row)[side.col[ahead] - 1]);
-            const bool image = dest < 1;
-            value_t x = in.a[side.src[p] - 1];
-            if constexpr (with_scaling) {
-                const bool c_is_row = upper || image;
-                x = c_is_row ? scaled(x, in.scale_row[given_row - 1], in.scale_col[side.col[p] - 1])
-                             : scaled(x, in.scale_row[side.col[p] - 1], in.scale_col[given - 1]);
-            }
-            block[(image ? -dest : dest) - side.base] = image && conjugate ? conjugated(x) : x;
+    const factor_input<value_t> &in = *how.in;
+    const value_t *const a = in.a;
+    for (int64_t p = begin; p < end; ++p) {
+        const int64_t dest = side.dest[p];
+        if constexpr (ahead) {
+            const int64_t later = p + places_ahead < how.last ? p + places_ahead : how.last;
+            __builtin_prefetch(&a[side.src[later] - 1]);
+            if constexpr (with_scaling) __builtin_prefetch(&(how.upper ? in.scale_col : in.scale_row)[side.col[later] - 1]);
         }
+        const bool image = dest < 1;
+        value_t x = a[side.src[p] - 1];
+        if constexpr (with_scaling) {
+            const int64_t other = side.col[p] - 1;
+            x = how.upper || image ? scaled(x, own_row, in.scale_col[other]) : scaled(x, in.scale_row[other], own_column);
+        }
+        block[(image ? -dest : dest) - side.base] = image && how.conjugate ? conjugated(x) : x;
+    }
+}
+
+template <typename value_t, bool with_scaling, bool ahead>
+void place_side(const placing<value_t> &how, const side_map &side, const int64_t *perm, int64_t first, int64_t columns, value_t *block)
+{
+    const factor_input<value_t> &in = *how.in;
+    for (int64_t c = first; c < first + columns; ++c) {
+        double own_row = 1, own_column = 1;
+        if constexpr (with_scaling) {
+            const int64_t given = perm[c - 1];
+            own_row = in.scale_row[(in.row_order == nullptr ? given : in.row_order[given - 1]) - 1];
+            own_column = in.scale_col[given - 1];
+        }
+        place_column<value_t, with_scaling, ahead>(how, side, side.start[c - 1] - 1, side.start[c] - 1, own_row, own_column, block);
     }
 }
 
 /* Keep the unscaled diagonal for the pivot hook. */
 template <typename value_t>
-void keep_diagonal(const factor_run<value_t> *run, const target_block<value_t> *target)
+void keep_diagonal(const factor_run<value_t> *run, int64_t first, int64_t columns)
 {
     const factor_input<value_t> &in = *run->in;
     value_t *kept = in.store->diagonal_unscaled;
-    for (int64_t c = target->first; c < target->first + target->columns; ++c) {
-        const int64_t diagonal = run->s->xlnz[c - 1] + (c - target->first);
+    for (int64_t c = first; c < first + columns; ++c) {
+        const int64_t diagonal = run->s->xlnz[c - 1] + (c - first);
         kept[c - 1] = value_t(0);
         for (int64_t p = in.map->start_l[c - 1] - 1; p < in.map->start_l[c] - 1; ++p)
             if (in.map->dest_l[p] == diagonal) kept[c - 1] = in.a[in.map->src_l[p] - 1];
     }
 }
 
+/* Columns first .. first + columns - 1 of one side, whose entries follow each other from block on. */
 template <typename value_t>
-void fill_side(const factor_run<value_t> *run, const side_map &side, const target_block<value_t> *target, bool upper, int64_t rows,
+void fill_side(const factor_run<value_t> *run, const side_map &side, int64_t first, int64_t columns, bool upper, int64_t entries,
                value_t *block)
 {
-    if (rows < 1) return;
-    std::memset(static_cast<void *>(block), 0, static_cast<size_t>(rows * target->columns) * sizeof(value_t));
-    if (run->in->scaling_on != 0)
-        place_side<value_t, true>(run, side, target, upper, block);
+    if (entries < 1) return;
+    std::memset(static_cast<void *>(block), 0, static_cast<size_t>(entries) * sizeof(value_t));
+    constexpr int64_t near_entries = 16384;
+    const bool far = run->in->nnz_a > near_entries;
+    const placing<value_t> how = {run->in, run->hermitian, upper, side.start[run->s->neqns] - 2};
+    const int64_t *const perm = run->s->perm;
+    if (run->in->scaling_on != 0) {
+        if (far)
+            place_side<value_t, true, true>(how, side, perm, first, columns, block);
+        else
+            place_side<value_t, true, false>(how, side, perm, first, columns, block);
+    } else if (far)
+        place_side<value_t, false, true>(how, side, perm, first, columns, block);
     else
-        place_side<value_t, false>(run, side, target, upper, block);
+        place_side<value_t, false, false>(how, side, perm, first, columns, block);
+}
+
+/* Both sides of some columns that follow each other; lower and upper are the places of their first entries. */
+template <typename value_t>
+void fill_columns(const factor_run<value_t> *run, int64_t first, int64_t columns, value_t *lower, int64_t lower_entries, value_t *upper,
+                  int64_t upper_entries)
+{
+    const position_map &map = *run->in->map;
+    const supernodal_structure &s = *run->s;
+    const side_map left = {map.start_l, map.dest_l, map.src_l, map.col_l, s.xlnz[first - 1]};
+    fill_side(run, left, first, columns, false, lower_entries, lower);
+    if (upper == nullptr || upper_entries < 1) return;
+    const side_map right = {map.start_u, map.dest_u, map.src_u, map.col_u, s.xunz[first - 1]};
+    fill_side(run, right, first, columns, true, upper_entries, upper);
+}
+
+bool keeps_diagonal(int64_t callback_on, const void *kept)
+{
+    return callback_on != 0 && kept != nullptr;
 }
 
 } // namespace
@@ -93,16 +144,22 @@ void fill_side(const factor_run<value_t> *run, const side_map &side, const targe
 template <typename value_t>
 void assemble_supernode(const factor_run<value_t> *run, const target_block<value_t> *target)
 {
-    const position_map &map = *run->in->map;
-    const supernodal_structure &s = *run->s;
-    const side_map lower = {map.start_l, map.dest_l, map.src_l, map.col_l, s.xlnz[target->first - 1]};
-    fill_side(run, lower, target, false, target->rows, target->lower);
-    if (target->upper != nullptr) {
-        const side_map upper = {map.start_u, map.dest_u, map.src_u, map.col_u, s.xunz[target->first - 1]};
-        fill_side(run, upper, target, true, target->rows - target->columns, target->upper);
-    }
-    if (run->in->callback_on != 0 && run->in->store->diagonal_unscaled != nullptr) keep_diagonal(run, target);
+    const int64_t columns = target->columns, below = target->rows - columns;
+    fill_columns(run, target->first, columns, target->lower, target->rows * columns, target->upper, below * columns);
+    if (keeps_diagonal(run->in->callback_on, run->in->store->diagonal_unscaled)) keep_diagonal(run, target->first, columns);
 }
 
-#define INSTANTIATE(V) template void assemble_supernode<V>(const factor_run<V> *, const target_block<V> *);
+template <typename value_t>
+void assemble_all(const factor_run<value_t> *run)
+{
+    const supernodal_structure &s = *run->s;
+    const factor_store<value_t> &store = *run->in->store;
+    fill_columns(run, 1, s.neqns, store.lnz, s.nnz_l, run->two_sides ? store.unz : nullptr, s.nnz_u);
+    if (!keeps_diagonal(run->in->callback_on, store.diagonal_unscaled)) return;
+    for (int64_t number = 1; number <= s.supernodes; ++number) keep_diagonal(run, s.xsuper[number - 1], supernode_columns(s, number));
+}
+
+#define INSTANTIATE(V)                                                                                                                     \
+    template void assemble_supernode<V>(const factor_run<V> *, const target_block<V> *);                                                   \
+    template void assemble_all<V>(const factor_run<V> *);
 FOR_EACH_VALUE(INSTANTIATE)

@@ -46,11 +46,8 @@ void report_percent(factor_run<value_t> *run, int64_t percent)
 }
 
 template <typename value_t>
-void report_block(factor_run<value_t> *run, thread_space<value_t> *space, int64_t entries, bool always)
+void publish_blocks(factor_run<value_t> *run, thread_space<value_t> *space, bool always)
 {
-    /* the shared count is touched some hundred times a factorization, not once a block */
-    space->done += entries;
-    if (space->done * 256 < run->total_entries && !(always && space->id == 1)) return;
     const int64_t done = run->done.fetch_add(space->done, std::memory_order_relaxed) + space->done;
     space->done = 0;
     if (space->id != 1) return;
@@ -69,5 +66,5 @@ void report_block(factor_run<value_t> *run, thread_space<value_t> *space, int64_
 
 #define INSTANTIATE(V)                                                                                                                     \
     template void report_percent<V>(factor_run<V> *, int64_t);                                                                             \
-    template void report_block<V>(factor_run<V> *, thread_space<V> *, int64_t, bool);
+    template void publish_blocks<V>(factor_run<V> *, thread_space<V> *, bool);
 FOR_EACH_VALUE(INSTANTIATE)

@@ -7,6 +7,8 @@ void process_with_lists(factor_run<value_t> *run, thread_space<value_t> *space, 
                         bool assembled)
 {
     const supernodal_structure &s = *run->s;
+    if (!assembled && supernode_columns(s, number) <= narrow_columns && run->in->store->pager == nullptr)
+        return process_narrow<value_t, kind, sym>(run, space, lists, number, last);
     const block_use use = assembled ? block_use::update : block_use::create;
     target_block<value_t> target;
     if (!open_target(run, number, use, &target)) return;

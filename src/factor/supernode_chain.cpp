@@ -28,30 +28,35 @@ int64_t front_rows(const supernodal_structure &s, int64_t end, int64_t columns)
     return columns + supernode_rows(s, end) - supernode_columns(s, end);
 }
 
-/* The last supernode that a front from `number` on may hold, by the structure alone; number itself when no front is large enough. */
+/* The last supernode that a front from `number` on may hold, by the structure alone; number itself when no front is large enough. Of a path
+   that ends without one, the supernodes behind `number` need not be looked at: theirs would be smaller. */
 template <typename value_t>
-int64_t longest_chain(const factor_run<value_t> &run, const thread_space<value_t> &space, int64_t number, int64_t last)
+int64_t longest_chain(const factor_run<value_t> &run, thread_space<value_t> *space, int64_t number, int64_t last)
 {
     const supernodal_structure &s = *run.s;
-    int64_t columns = 0, longest = number;
-    for (int64_t end = number; end <= last; ++end) {
+    if (number >= space->chainless_from && number <= space->chainless_to) return number;
+    int64_t columns = 0, longest = number, end = number;
+    for (; end <= last; ++end) {
         const int64_t width = supernode_columns(s, end);
         columns += width;
-        if (width > member_columns || columns > chain_columns) break;
+        if (width > member_columns || columns > chain_columns) return longest;
         const int64_t rows = front_rows(s, end, columns);
         /* room for the sources: scaled rows of the widest one, and a few columns side by side */
-        const int64_t room = space.buffer_entries - front_entries(run, rows, columns);
-        if (room < columns * widest_source || room < 16 * rows) break;
+        const int64_t room = space->buffer_entries - front_entries(run, rows, columns);
+        if (room < columns * widest_source || room < 16 * rows) return longest;
         if (rows * columns > least_front) longest = end;
         if (s.sparent[end - 1] != end + 1) break;
+    }
+    if (longest == number) {
+        space->chainless_from = number;
+        space->chainless_to = end < last ? end : last;
     }
     return longest;
 }
 
 /* The last member of the chain that begins with `number`; number itself when a front would not pay. */
 template <typename value_t>
-int64_t chain_end(const factor_run<value_t> &run, const thread_space<value_t> &space, const source_lists &lists, int64_t number,
-                  int64_t last)
+int64_t chain_end(const factor_run<value_t> &run, thread_space<value_t> *space, const source_lists &lists, int64_t number, int64_t last)
 {
     const supernodal_structure &s = *run.s;
     if (run.most_pending == 1) return number;
@@ -135,7 +140,7 @@ int64_t process_front(factor_run<value_t> *run, thread_space<value_t> *space, co
         process_span<value_t, kind, sym>(run, space, lists, number, spanned, last);
         return number + spanned - 1;
     }
-    const int64_t end = chain_end(*run, *space, lists, number, last);
+    const int64_t end = chain_end(*run, space, lists, number, last);
     if (end == number) {
         process_with_lists<value_t, kind, sym>(run, space, lists, number, last);
         return end;

@@ -1,8 +1,7 @@
+#include "factor/narrow_update.h"
 #include "factor/update_groups.h"
-#include "factor/value_helpers.h"
 
 #include <complex>
-#include <type_traits>
 
 /* c -= (rows of the source) * (rows of the source that meet the target's columns)', straight into the target's block: in place where the
    rows form one run of the target, through offsets where they are scattered. */
@@ -331,55 +330,24 @@ void flush_updates(factor_run<value_t> *run, thread_space<value_t> *space, targe
 namespace
 {
 
-/* Products up to this count are done here at once: the general way costs more before its first multiplication. Found on grids of 900 to
-   90,000 unknowns. */
-constexpr int64_t tiny_products = 128;
-
-template <typename value_t>
-inline void subtract_product(value_t *c, const value_t &x, const value_t &y)
-{
-    if constexpr (std::is_floating_point_v<value_t>)
-        *c -= x * y;
-    else
-        *c = value_t(c->real() - x.real() * y.real() + x.imag() * y.imag(), c->imag() - x.real() * y.imag() - x.imag() * y.real());
-}
-
-/* The update of a small source, straight through the relative map. Returns false, with nothing done, when it is not small. */
+/* The update of a small source at once. Returns false, with nothing done, when it is not small. */
 template <typename value_t, factor_kind kind, mirror sym>
 bool apply_tiny(const factor_run<value_t> *run, thread_space<value_t> *space, target_block<value_t> *target, int64_t source, int64_t q)
 {
     const supernodal_structure &s = *run->s;
-    const factor_store<value_t> &store = *run->in->store;
-    const int64_t width = supernode_columns(s, source);
-    if (store.pager != nullptr || target->spanned > 0 || q * width > tiny_products || (kind == factor_kind::ldlt && width > 1))
-        return false;
+    narrow_source<value_t> from;
+    from.rows = q;
+    from.width = supernode_columns(s, source);
+    if (run->in->store->pager != nullptr || target->spanned > 0 || !is_tiny<kind>(q, 1, from.width)) return false;
     const int64_t ld = supernode_rows(s, source), last = target->first + target->columns - 1;
-    const int64_t *list = supernode_row_list(s, source) + (ld - q);
-    int64_t k = 1;
-    while (k < q && list[k] <= last) ++k;
-    if (q * k * width > tiny_products) return false;
+    from.list = supernode_row_list(s, source) + (ld - q);
+    from.columns = 1;
+    while (from.columns < q && from.list[from.columns] <= last) ++from.columns;
+    if (!is_tiny<kind>(q, from.columns, from.width)) return false;
 
     map_rows(space, target);
-    int64_t at[tiny_products];
-    for (int64_t i = 0; i < q; ++i) at[i] = space->relative[list[i] - 1];
-    const value_t *block = acquire_block(store, s, factor_side::lower, source, block_use::read), *w = block + (ld - q);
-    if constexpr (kind == factor_kind::lu) {
-        const int64_t ldu = ld - width, below = target->rows - target->columns;
-        const value_t *u = acquire_block(store, s, factor_side::upper, source, block_use::read) + (ldu - q);
-        for (int64_t c = 0; c < width; ++c, w += ld, u += ldu)
-            for (int64_t j = 0; j < k; ++j) {
-                value_t *lower = target->lower + at[j] * target->rows, *upper = target->upper + at[j] * below;
-                for (int64_t i = 0; i < q; ++i) subtract_product(&lower[at[i]], w[i], u[j]);
-                for (int64_t i = k; i < q; ++i) subtract_product(&upper[at[i] - target->columns], u[i], w[j]);
-            }
-        return true;
-    }
-    for (int64_t c = 0; c < width; ++c, w += ld)
-        for (int64_t j = 0; j < k; ++j) {
-            const value_t v = mirrored<sym>(kind == factor_kind::ldlt ? product(w[j], *block) : w[j]);
-            value_t *column = target->lower + at[j] * target->rows;
-            for (int64_t i = j; i < q; ++i) subtract_product(&column[at[i]], w[i], v);
-        }
+    bind_narrow_source(*run, s.xsuper[source - 1], ld, &from);
+    apply_narrow<value_t, kind, sym>(from, space->relative, *target);
     return true;
 }
 

@@ -173,6 +173,7 @@ void plan_parallel_data(planner *plan)
     const int64_t n = s->neqns, supernodes = s->supernodes, threads = s->nproc;
     const bool sequential = s->sequential_analysis == 1;
     plan_position_map(plan);
+    if (s->control->program_words > 0) give(plan, array_program, s->control->program_words / 2 + 1);
     give(plan, array_pivots, sum(product(n + 1, s->max_fac_store), 1));
     give(plan, array_list_count, sequential ? 1 : supernodes + 2);
     if (s->two_level == 0) give(plan, array_cursor, sequential ? 1 : supernodes + 2);

@@ -54,6 +54,7 @@ void release_core_lists(int64_t count_only, solver_state *state)
 {
     release(state->array[array_ready_source], count_only != 0, state);
     release(state->array[array_ready_rows], count_only != 0, state);
+    release(state->array[array_program], count_only != 0, state);
 }
 
 void release_update_lists(int64_t count_only, solver_state *state)

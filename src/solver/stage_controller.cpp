@@ -85,6 +85,10 @@ void factor_symbolically(solver_call *call)
     if (control->domain_table_invalid != 0) control->two_level = 0;
     control->subgraphs = control->domains;
     if (control->sequential_analysis == 0) work_list_sizes(control, &structure);
+    const bool may_share =
+        control->sequential_analysis == 0 && (control->two_level == 2 || control->nnz_l >= 2 * factor_entries_per_thread);
+    const bool in_core = iparam_at(call->iparam, iparam_core_mode) == 0;
+    control->program_words = may_share || !in_core ? 0 : update_program_words(control->matrix_type, &structure);
 }
 
 /* The ordering for a caller who asked for it with a negative perm_mode. */
@@ -149,6 +153,10 @@ void prepare_numeric(solver_call *call)
     hand_back_ordering(call);
     control->internal_code = map_values(call, &structure);
     if (control->internal_code != code_none) return;
+    if (control->program_words > 0) {
+        build_update_program(control->matrix_type, &structure, stage_words(call->state, array_scratch_a),
+                             static_cast<int32_t *>(get_from_c_structure(array_program, call->state)));
+    }
     control->independent_blocks = control->mode_two = 1;
     if (control->sequential_analysis == 0) build_lists(call, &structure);
     count_operations(call, &structure);

@@ -125,6 +125,7 @@ factor_input<value_t> factor_view(numeric_run<value_t> *run)
     input.structure = &run->structure;
     input.map = &run->map;
     input.lists = &run->lists;
+    if (control->program_words > 0) input.program = static_cast<const int32_t *>(get_from_c_structure(array_program, s));
     input.store = &run->store;
     input.thread_rows = stage_words(s, array_thread_rows);
     input.update_buffer = static_cast<value_t *>(get_from_c_structure(array_update_buffer, s));

@@ -41,7 +41,8 @@ struct control_block {
     int64_t update_bound_a, update_bound_b;             /* lengths of the lnz and unz destination maps */
     int64_t hybrid_work_words;                          /* what memory_plan sized array 43 to for the hybrid iteration */
     int64_t failed_row;                                 /* 1-based row of the failing pivot, in the caller's numbering; 0 none */
-    int64_t reserved[22];
+    int64_t program_words;                              /* 32-bit words of array 50 */
+    int64_t reserved[21];
     phase_times times; /* word 100 on */
     int64_t reserved_tail[325];
 };
@@ -126,6 +127,7 @@ enum array_number : int64_t {
     array_lnz = 47,
     array_unz = 48,
     array_ooc_tree = 49,
+    array_program = 50, /* update program of the factorization, 32-bit words; only where supernodes are narrow */
     array_third = 58
 };
 inline constexpr int64_t work_array_headers = 47;

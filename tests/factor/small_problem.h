@@ -368,15 +368,28 @@ template <typename value_t>
 struct factorization {
     std::vector<int64_t> start_l, dest_l, src_l, col_l, start_u, dest_u, src_u, col_u, scratch, thread_rows, pivots;
     std::vector<value_t> lnz, unz, diagonal, diagonal_unscaled, buffer;
+    std::vector<int32_t> program;
     position_map map = {};
     factor_store<value_t> store = {};
     factor_input<value_t> input = {};
     factor_result result = {};
 };
 
+/* An update program for the structure. */
+template <typename value_t>
+void add_program(const small_problem<value_t> &q, factorization<value_t> *f)
+{
+    f->program.assign(static_cast<size_t>(update_program_words(q.type, &q.structure)) + 1, -7);
+    build_update_program(q.type, &q.structure, f->scratch.data(), f->program.data());
+    if (f->program.size() > 1) f->input.program = f->program.data();
+}
+
+/* threads: 0 is one thread along an update program. */
 template <typename value_t>
 void prepare(const small_problem<value_t> &q, int64_t threads, factorization<value_t> *f, int64_t scaling_on = 0)
 {
+    const bool along_program = threads == 0;
+    if (along_program) threads = 1;
     const size_t n = static_cast<size_t>(q.n), room = q.a.size() + n, one = static_cast<size_t>(1);
     for (auto *v : {&f->start_l, &f->start_u}) v->assign(n + 1, -3);
     for (auto *v : {&f->dest_l, &f->src_l, &f->col_l, &f->dest_u, &f->src_u, &f->col_u}) v->assign(room, -3);
@@ -431,4 +444,5 @@ void prepare(const small_problem<value_t> &q, int64_t threads, factorization<val
     f->input.thread_rows = f->thread_rows.data();
     f->input.update_buffer = f->buffer.data();
     f->input.buffer_entries = entries;
+    if (along_program) add_program(q, f);
 }

@@ -44,8 +44,8 @@ TYPED_TEST(factorization_of, every_type_rebuilds_the_matrix_with_every_driver)
             shape.shuffle_rows = type > 10;
             for (const int64_t pivoting : {0, 1})
                 for (const int64_t two_level : {0, 1, 2})
-                    for (const int64_t threads : {1, 3}) {
-                        if (threads == 1 && two_level > 0) continue;
+                    for (const int64_t threads : {0, 1, 3}) {
+                        if (threads <= 1 && two_level > 0) continue;
                         if (pivoting == 0 && type_of(type).kind != factor_kind::ldlt) continue;
                         const auto q = make_problem<TypeParam>(type, shape, two_level);
                         factorization<TypeParam> f;
@@ -66,8 +66,8 @@ TYPED_TEST(factorization_of, every_type_rebuilds_the_matrix_with_every_driver)
 TYPED_TEST(factorization_of, chains_of_narrow_supernodes_rebuild_the_matrix)
 {
     for (const int64_t type : types_of<TypeParam>())
-        for (const int64_t threads : {1, 2}) {
-            const auto q = make_problem<TypeParam>(type, {220, 0.012, 5, threads, 11, -1, type > 10}, threads - 1);
+        for (const int64_t threads : {0, 1, 2}) {
+            const auto q = make_problem<TypeParam>(type, {220, 0.012, 5, threads == 2 ? 2 : 1, 11, -1, type > 10}, threads == 2 ? 1 : 0);
             factorization<TypeParam> f;
             prepare(q, threads, &f);
             numeric_dispatch(&f.input, &f.result);
@@ -83,9 +83,9 @@ TYPED_TEST(factorization_of, pivoted_types_rebuild_a_matrix_with_weak_diagonal)
         if (type_of(type).kind == factor_kind::cholesky) continue;
         int64_t exchanges = 0, pairs = 0;
         for (const unsigned seed : {1U, 2U, 3U})
-            for (const int64_t threads : {1, 2}) {
+            for (const int64_t threads : {0, 1, 2}) {
                 const problem_shape shape = {70, 0.15, 40, 2, seed, 0.3, type > 10};
-                const auto q = make_problem<TypeParam>(type, shape, threads == 1 ? 0 : 1);
+                const auto q = make_problem<TypeParam>(type, shape, threads == 2 ? 1 : 0);
                 factorization<TypeParam> f;
                 prepare(q, threads, &f);
                 numeric_dispatch(&f.input, &f.result);
