@@ -45,9 +45,10 @@ inline void subtract_rows(int64_t row, int64_t q, const value_t *w, int64_t ld, 
     for (int64_t c = 0; c < width; ++c) zero = zero && factor[c] == value_t(0);
     if (zero) return;
     for (int64_t i = row; i < q; ++i) {
-        value_t sum = product(w[i], factor[0]);
-        for (int64_t c = 1; c < width; ++c) sum += product(w[c * ld + i], factor[c]);
-        column[place(i)] -= sum;
+        value_t &entry = column[place(i)];
+        value_t rest = entry - product(w[i], factor[0]);
+        for (int64_t c = 1; c < width; ++c) rest -= product(w[c * ld + i], factor[c]);
+        entry = rest;
     }
 }
 

@@ -1,5 +1,6 @@
 #include "factor/factor_run.h"
 #include "factor/team.h"
+#include "factor/update_program.h"
 
 #include <cmath>
 #include <complex>
@@ -42,9 +43,9 @@ double perturbation_epsilon(const factor_input<value_t> &in)
 
 /* One thread in core, and no order of updates that other thread counts share. */
 template <typename value_t>
-bool follows_program(const factor_input<value_t> &in)
+bool follows_program(const factor_input<value_t> &in, factor_kind kind)
 {
-    if (in.program == nullptr || in.store->pager != nullptr) return false;
+    if (!program_fits(in.program, kind) || in.store->pager != nullptr) return false;
     return in.single_thread == 1 || (in.single_thread == 0 && in.lists->two_level != 2 && team_threads(in) == 1);
 }
 
@@ -52,7 +53,7 @@ template <typename value_t, factor_kind kind, mirror sym>
 void run_driver(factor_run<value_t> *run, void *work)
 {
     const factor_input<value_t> &in = *run->in;
-    if (follows_program(in))
+    if (follows_program(in, kind))
         program_driver<value_t, kind, sym>(run, work);
     else if (in.single_thread == 1)
         serial_driver<value_t, kind, sym>(run, work);

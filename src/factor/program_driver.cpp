@@ -53,7 +53,7 @@ void program_driver(factor_run<value_t> *run, void *work)
     thread_space<value_t> space;
     bind_thread_space(run, 1, work, &space);
     assemble_all(run);
-    const int32_t *word = run->in->program;
+    const int32_t *word = run->in->program + 1;
     for (int64_t number = 1; number <= s.supernodes && !failed(run); ++number) {
         target_block<value_t> target;
         bind_target<value_t, kind>(*run, number, &target);

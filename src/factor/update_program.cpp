@@ -64,7 +64,7 @@ int64_t update_program_words(int64_t matrix_type, const supernodal_structure *st
     const int64_t entries = s.nnz_l + s.nnz_u;
     if (entries > INT32_MAX / words_per_entry || s.neqns > columns_on_average * s.supernodes) return 0;
     const factor_kind kind = kind_of(matrix_type);
-    int64_t words = s.supernodes;
+    int64_t words = 1 + s.supernodes;
     for_each_update(s, [&](int64_t source, int64_t, int64_t i, int64_t k) {
         words += update_words(kind, supernode_rows(s, source) - i, k, supernode_columns(s, source));
     });
@@ -80,7 +80,8 @@ void build_update_program(int64_t matrix_type, const supernodal_structure *struc
     for_each_update(s, [&](int64_t source, int64_t target, int64_t i, int64_t k) {
         next[target - 1] += update_words(kind, supernode_rows(s, source) - i, k, supernode_columns(s, source));
     });
-    int64_t at = 0;
+    program[0] = static_cast<int32_t>(kind);
+    int64_t at = 1;
     for (int64_t target = 1; target <= s.supernodes; ++target) {
         const int64_t words = next[target - 1];
         program[at] = static_cast<int32_t>(words);

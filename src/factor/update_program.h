@@ -1,7 +1,7 @@
 /* The updates of a factorization with narrow supernodes, written down once for an analysis, so that a factorization looks nothing up: where
    most updates are a few products, finding their places takes longer than the products.
 
-   The program is a list of 32-bit words, by target. A target has
+   The program is a list of 32-bit words: the kind of the factors, since it says which updates are small, then the targets. A target has
        words          of all its updates, which follow
        an update, sources ascending:
          width        columns of the source; 0 for an update that is not small, of which only the next two words are there
@@ -27,3 +27,9 @@ enum program_word : int64_t {
     program_source = program_columns,
     program_large_words = 3
 };
+
+/* Made for this kind? The sign of the type may change between two factorizations. */
+inline bool program_fits(const int32_t *program, factor_kind kind)
+{
+    return program != nullptr && program[0] == static_cast<int32_t>(kind);
+}
