@@ -104,7 +104,8 @@ TEST(refinement, extended_residuals_reach_full_accuracy_where_plain_ones_cannot)
                 const refined plain = solve_refined(type, a, what.n, nb, 20, transpose, overwrite, false);
                 const refined extended = solve_refined(type, a, what.n, nb, -20, transpose, overwrite, false);
                 EXPECT_EQ(extended.code, 0);
-                EXPECT_LE(extended.error, what.condition > 1e14 ? 1e-12 : 2.3e-16); /* there the loop's tests end it early */
+                EXPECT_LE(extended.error,
+                          what.condition > 1e14 ? 1e-10 : 2.3e-16); /* there the loop's tests end it early, how early is rounding */
                 EXPECT_GT(extended.steps, 0);
                 if (plain.code == 0) { EXPECT_LE(plain.error, 1e-15 * what.condition); }
                 if (what.condition > 1e10 && type == 2) { EXPECT_GT(plain.error, 1e4 * extended.error + 1e-12); }
