@@ -36,7 +36,7 @@ foreach(width 64 32)
     file(CONFIGURE OUTPUT ${metis_generated}/metis${width}/metis.h CONTENT "${text}" @ONLY)
 
     add_library(wkl_metis${width} STATIC ${metis_files})
-    set_target_properties(wkl_metis${width} PROPERTIES C_EXTENSIONS ON)
+    set_target_properties(wkl_metis${width} PROPERTIES C_EXTENSIONS ON UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 0)
     target_include_directories(wkl_metis${width} SYSTEM PRIVATE ${metis_generated}/metis${width} ${metis_glue} ${metis_source}/libmetis
         ${metis_source}/GKlib)
     target_compile_definitions(wkl_metis${width} PRIVATE WKL_METIS_WIDTH=${width} NDEBUG NDEBUG2 LINUX)
