@@ -1,3 +1,6 @@
+#include <cstring>
+#include <utility>
+
 #include "analysis/symbolic.h"
 
 /* Columns first..last in ascending order. Climbing stays at numbers from first on when all neighbours below do; a neighbour below lowest
@@ -32,27 +35,28 @@ static bool extend_tree(int64_t first, int64_t last, int64_t lowest, const int64
     return true;
 }
 
+/* The lists are the same up to where each names the other column, and shifted by one place between these two positions. */
 static bool are_twins(int64_t g, int64_t h, const int64_t *xadj, const int64_t *adj)
 {
-    int64_t p = xadj[g - 1], q = xadj[h - 1];
-    const int64_t end = xadj[g], other_end = xadj[h];
-    if (end - p != other_end - q) return false;
-    bool neighbours = false;
-    for (;; ++p, ++q) {
-        if (p < end && adj[p - 1] == h) {
-            neighbours = true;
-            ++p;
-        }
-        if (q < other_end && adj[q - 1] == g) ++q;
-        if (p == end || q == other_end) return neighbours && p == end && q == other_end;
-        if (adj[p - 1] != adj[q - 1]) return false;
+    const int64_t length = xadj[g] - xadj[g - 1], *a = adj + (xadj[g - 1] - 1), *b = adj + (xadj[h - 1] - 1);
+    if (xadj[h] - xadj[h - 1] != length) return false;
+    int64_t k = 0;
+    while (k < length && a[k] == b[k]) ++k;
+    if (k == length) return false; /* not neighbours */
+    if (b[k] != g) {
+        std::swap(a, b);
+        std::swap(g, h);
     }
+    if (b[k] != g) return false;
+    while (k + 1 < length && a[k] == b[k + 1]) ++k;
+    return a[k] == h && std::memcmp(a + k + 1, b + k + 1, static_cast<size_t>(length - k - 1) * sizeof(int64_t)) == 0;
 }
 
 void mark_twins(int64_t neqns, int64_t nproc, const int64_t *xadj, const int64_t *adj, const int64_t *perm, int64_t *twin)
 {
+    const auto given = [=](int64_t j) { return perm != nullptr ? perm[j - 1] : j; };
 #pragma omp parallel for schedule(static) num_threads(symbolic_threads(neqns, nproc)) if (symbolic_threads(neqns, nproc) > 1)
-    for (int64_t j = 1; j <= neqns; ++j) twin[j - 1] = j > 1 && are_twins(perm[j - 2], perm[j - 1], xadj, adj) ? 1 : 0;
+    for (int64_t j = 1; j <= neqns; ++j) twin[j - 1] = j > 1 && are_twins(given(j - 1), given(j), xadj, adj) ? 1 : 0;
 }
 
 void elimination_tree(int64_t neqns, int64_t nproc, int64_t domains, const int64_t *domain_table, const int64_t *xadj, const int64_t *adj,

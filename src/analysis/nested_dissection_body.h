@@ -363,10 +363,7 @@ void reduce_under_guard(void *argument)
         r->group_start = static_cast<idx_t *>(wkl_metis_malloc((static_cast<size_t>(n) + 1) * sizeof(idx_t)));
         r->group = static_cast<idx_t *>(wkl_metis_malloc(static_cast<size_t>(n) * sizeof(idx_t)));
         r->graph = CompressGraph(ctrl, n, r->xadj, r->adj, weight, r->group_start, r->group);
-        if (r->graph == nullptr)
-            r->group_start = nullptr;
-        else if (2 * r->graph->nvtxs < n)
-            r->job->separators = 2;
+        if (r->graph == nullptr) r->group_start = nullptr;
     }
     if (r->graph == nullptr) {
         r->graph = SetupGraph(ctrl, n, 1, r->xadj, r->adj, weight, nullptr, nullptr);
@@ -375,7 +372,8 @@ void reduce_under_guard(void *argument)
     }
     if (weight != nullptr || r->group_start != nullptr) r->job->vertex_weight = r->graph->vwgt;
     FreeCtrl(&ctrl);
-    r->job->compressed = r->group_start != nullptr;
+    r->job->compressed = r->group_start != nullptr || r->request->columns > r->request->neqns;
+    if (r->job->compressed && 2 * static_cast<int64_t>(r->graph->nvtxs) < r->request->columns) r->job->separators = 2;
     r->job->n = r->graph->nvtxs;
     r->job->xadj = r->graph->xadj;
     r->job->adj = r->graph->adjncy;

@@ -43,7 +43,8 @@ int64_t first_above_domains(int64_t supernodes, int64_t domains, const int64_t *
 /* ---- tree and counts ---- */
 
 /* Columns that need no look at their neighbours, as with several unknowns at one node: twin[j-1] is 1 where columns j-1 and j are
-   neighbours and have the same ones apart from each other, else 0. Lists in different orders are not recognised. */
+   neighbours and have the same ones apart from each other, else 0. perm null: columns as given. Lists in different orders are not
+   recognised. */
 void mark_twins(int64_t neqns, int64_t nproc, const int64_t *xadj, const int64_t *adj, const int64_t *perm, int64_t *twin);
 
 /* Elimination tree, 0 at a root (Liu 1990), with path compression. Domains are independent and run in parallel; the result does not depend

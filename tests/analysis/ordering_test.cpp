@@ -235,38 +235,72 @@ TEST(ordering, every_method_gives_a_permutation_and_an_ordered_table_on_awkward_
     }
 }
 
+/* Three vertices at each node of a grid: compressed, with two attempts at each separator, and large enough for several tries. */
+static graph tripled_grid(int64_t side)
+{
+    const graph grid = grid_graph(side);
+    graph g{3 * grid.n, {1}, {}};
+    for (int64_t v = 0; v < g.n; ++v) {
+        const int64_t node = v / 3;
+        for (int64_t q = grid.xadj[words_of(node)]; q < grid.xadj[words_of(node + 1)]; ++q)
+            for (int64_t k = -2; k <= 0; ++k) g.adj.push_back(3 * grid.adj[words_of(q - 1)] + k);
+        for (int64_t k = 1; k <= 3; ++k)
+            if (3 * node + k != v + 1) g.adj.push_back(3 * node + k);
+        g.xadj.push_back(static_cast<int64_t>(g.adj.size()) + 1);
+    }
+    return g;
+}
+
+/* Every other node loses the equality of its neighbours in the numbering, so that both kinds of compression have work. */
+static graph shuffled_in_part(const graph &g)
+{
+    words number;
+    for (int64_t v = 0; v < g.n; ++v) number.push_back(v < g.n / 2 ? v + 1 : v + 1 + (v % 2 == 0 && v + 1 < g.n ? 1 : 0) - v % 2);
+    for (int64_t v = g.n / 2, w = g.n - 1; v < w; v += 7, w -= 5) std::swap(number[words_of(v)], number[words_of(w)]);
+    graph r{g.n, {1}, {}};
+    std::vector<std::set<int64_t>> rows(words_of(g.n));
+    for (int64_t v = 0; v < g.n; ++v)
+        for (int64_t q = g.xadj[words_of(v)]; q < g.xadj[words_of(v + 1)]; ++q)
+            rows[words_of(number[words_of(v)] - 1)].insert(number[words_of(g.adj[words_of(q - 1)] - 1)]);
+    for (const std::set<int64_t> &row : rows) {
+        r.adj.insert(r.adj.end(), row.begin(), row.end());
+        r.xadj.push_back(static_cast<int64_t>(r.adj.size()) + 1);
+    }
+    return r;
+}
+
 TEST(ordering, domains_are_independent_and_separators_lie_behind_them)
 {
-    const graph g = grid_graph(60);
-    for (const int64_t domains : {2, 4, 8, 32}) {
-        words xadj = g.xadj, adj = g.adj, perm(words_of(g.n)), invp(words_of(g.n)), table(words_of(4 * domains)), label(words_of(g.n)),
-              old(words_of(g.n));
-        int64_t p = domains;
-        ASSERT_EQ(nested_dissection_driver(g.n, 2, xadj.data(), adj.data(), nullptr, perm.data(), invp.data(), &p, table.data()), 0);
-        ASSERT_EQ(p, domains);
-        EXPECT_EQ(xadj, g.xadj);
-        EXPECT_EQ(adj, g.adj);
-        regroup_domains(g.n, p, table.data(), perm.data(), label.data(), old.data());
-        std::vector<int64_t> domain(words_of(g.n), 0);
-        int64_t next = 1;
-        for (int64_t d = 1; d <= 2 * p; ++d) {
-            if (d == p + 1) {
-                EXPECT_EQ(table[words_of(2 * d - 2)], next);
-                EXPECT_EQ(table[words_of(2 * d - 1)], g.n);
-                continue;
+    for (const graph &g : {grid_graph(60), tripled_grid(30), shuffled_in_part(tripled_grid(30))})
+        for (const int64_t domains : {2, 4, 8, 32}) {
+            words xadj = g.xadj, adj = g.adj, perm(words_of(g.n)), invp(words_of(g.n)), table(words_of(4 * domains)), label(words_of(g.n)),
+                  old(words_of(g.n));
+            int64_t p = domains;
+            ASSERT_EQ(nested_dissection_driver(g.n, 2, xadj.data(), adj.data(), nullptr, perm.data(), invp.data(), &p, table.data()), 0);
+            ASSERT_EQ(p, domains);
+            EXPECT_EQ(xadj, g.xadj);
+            EXPECT_EQ(adj, g.adj);
+            regroup_domains(g.n, p, table.data(), perm.data(), label.data(), old.data());
+            std::vector<int64_t> domain(words_of(g.n), 0);
+            int64_t next = 1;
+            for (int64_t d = 1; d <= 2 * p; ++d) {
+                if (d == p + 1) {
+                    EXPECT_EQ(table[words_of(2 * d - 2)], next);
+                    EXPECT_EQ(table[words_of(2 * d - 1)], g.n);
+                    continue;
+                }
+                EXPECT_EQ(table[words_of(2 * d - 2)], next) << "a gap before pair " << d;
+                for (next = table[words_of(2 * d - 2)]; next <= table[words_of(2 * d - 1)]; ++next)
+                    domain[words_of(perm[words_of(next - 1)] - 1)] = d <= p ? d : 0;
             }
-            EXPECT_EQ(table[words_of(2 * d - 2)], next) << "a gap before pair " << d;
-            for (next = table[words_of(2 * d - 2)]; next <= table[words_of(2 * d - 1)]; ++next)
-                domain[words_of(perm[words_of(next - 1)] - 1)] = d <= p ? d : 0;
-        }
-        EXPECT_EQ(next, g.n + 1);
-        for (int64_t v = 1; v <= g.n; ++v) {
-            for (int64_t q = g.xadj[words_of(v - 1)]; q < g.xadj[words_of(v)]; ++q) {
-                const int64_t one = domain[words_of(v - 1)], other = domain[words_of(g.adj[words_of(q - 1)] - 1)];
-                EXPECT_TRUE(one == 0 || other == 0 || one == other) << "an edge between domains " << one << " and " << other;
+            EXPECT_EQ(next, g.n + 1);
+            for (int64_t v = 1; v <= g.n; ++v) {
+                for (int64_t q = g.xadj[words_of(v - 1)]; q < g.xadj[words_of(v)]; ++q) {
+                    const int64_t one = domain[words_of(v - 1)], other = domain[words_of(g.adj[words_of(q - 1)] - 1)];
+                    EXPECT_TRUE(one == 0 || other == 0 || one == other) << "an edge between domains " << one << " and " << other;
+                }
             }
         }
-    }
 }
 
 TEST(ordering, separators_turn_from_pre_order_to_post_order)
@@ -313,8 +347,8 @@ TEST(ordering, wide_indices_dissect_as_well_as_narrow_ones_and_give_the_graph_ba
         for (const int64_t threads : {1, 2}) {
             for (const bool wide : {false, true}) {
                 words xadj = g.xadj, adj = g.adj, order(words_of(g.n), -1), perm(words_of(g.n), 0), table(16, -1);
-                const dissection_request request = {g.n,        threads, xadj.data(),  adj.data(),  nullptr,
-                                                    g.n < 2000, 4,       order.data(), table.data()};
+                const dissection_request request = {g.n, threads,    xadj.data(), adj.data(),   nullptr,
+                                                    g.n, g.n < 2000, 4,           order.data(), table.data()};
                 ASSERT_EQ(wide ? dissect_wide(&request) : dissect_narrow(&request), 0);
                 EXPECT_EQ(xadj, g.xadj);
                 EXPECT_EQ(adj, g.adj);
@@ -443,22 +477,6 @@ TEST(ordering, pairs_of_the_matching_share_a_supernode_and_followers_come_behind
             }
         }
     }
-}
-
-/* Three vertices at each node of a grid: compressed, with two attempts at each separator, and large enough for several tries. */
-static graph tripled_grid(int64_t side)
-{
-    const graph grid = grid_graph(side);
-    graph g{3 * grid.n, {1}, {}};
-    for (int64_t v = 0; v < g.n; ++v) {
-        const int64_t node = v / 3;
-        for (int64_t q = grid.xadj[words_of(node)]; q < grid.xadj[words_of(node + 1)]; ++q)
-            for (int64_t k = -2; k <= 0; ++k) g.adj.push_back(3 * grid.adj[words_of(q - 1)] + k);
-        for (int64_t k = 1; k <= 3; ++k)
-            if (3 * node + k != v + 1) g.adj.push_back(3 * node + k);
-        g.xadj.push_back(static_cast<int64_t>(g.adj.size()) + 1);
-    }
-    return g;
 }
 
 /* The sweep with many requests granted fails inside the tasks of the recursion; the last one also inside those of a single separator. */
