@@ -89,6 +89,7 @@ template <typename value_t>
 void open_batch(factor_run<value_t> *run, batch_state<value_t> *batch, int64_t first)
 {
     const block_pager *pager = run->in->store->pager;
+    pager->mark(pager->context);
     batch->count = 0;
     batch->last = first;
     for (int64_t i = first; i <= run->s->supernodes && batch->count < member_limit && !failed(run); ++i) {
@@ -127,6 +128,8 @@ void find_sources(const factor_run<value_t> *run, batch_state<value_t> *batch, s
 template <typename value_t>
 void advance_sources(const factor_run<value_t> *run, batch_state<value_t> *batch)
 {
+    const block_pager *pager = run->in->store->pager;
+    pager->mark(pager->context);
     batch->current = batch->following;
     batch->following = batch->current == &batch->group[0] ? &batch->group[1] : &batch->group[0];
     find_sources(run, batch, batch->following);
@@ -135,9 +138,10 @@ void advance_sources(const factor_run<value_t> *run, batch_state<value_t> *batch
 template <typename value_t>
 void expect_sources(const factor_run<value_t> *run, const source_group &group)
 {
+    const factor_store<value_t> &store = *run->in->store;
     for (int64_t i = 0; i < group.count; ++i) {
-        expect_block(*run->in->store, factor_side::lower, group.number[i]);
-        if (run->two_sides) expect_block(*run->in->store, factor_side::upper, group.number[i]);
+        (void)expect_block(store, factor_side::lower, group.number[i]);
+        if (run->two_sides) (void)expect_block(store, factor_side::upper, group.number[i]);
     }
 }
 
@@ -183,17 +187,29 @@ void apply_sources(factor_run<value_t> *run, thread_space<value_t> *space, batch
     }
 }
 
+/* A member that is done may be written; it is still read for the members behind it. */
+template <typename value_t>
+void finish_member(factor_run<value_t> *run, thread_space<value_t> *space, batch_state<value_t> *batch, const target_block<value_t> &member)
+{
+    batch->waits[member.number - 1] = next_target(*batch->s, member.number, batch->s->xsuper[batch->last]);
+    close_target(run, &member, block_use::create);
+    if (!failed(run)) report_block(run, space, member.rows * member.columns, false);
+}
+
 /* Factor the members in order, each applied to the later ones: the next one is factored while the others still receive the last one. */
 template <typename value_t, factor_kind kind, mirror sym>
 void factor_members(factor_run<value_t> *run, thread_space<value_t> *space, batch_state<value_t> *batch)
 {
-    for (int64_t k = 0; k < batch->count; ++k) {
+    const int64_t count = batch->count; /* who is first goes on to open the next batch */
+    for (int64_t k = 0; k < count; ++k) {
 #pragma omp for schedule(dynamic, 1)
-        for (int64_t i = k; i < batch->count; ++i) {
-            if (failed(run)) continue;
-            batch->member[i].mapped = false;
-            if (k > 0) update_member<value_t, kind, sym>(run, space, &batch->member[i], batch->member[k - 1].number);
-            if (i == k && !failed(run)) factor_supernode<value_t, kind, sym>(run, space, &batch->member[i]);
+        for (int64_t i = k; i < count; ++i) {
+            target_block<value_t> *member = &batch->member[i];
+            member->mapped = false;
+            if (k > 0 && !failed(run)) update_member<value_t, kind, sym>(run, space, member, batch->member[k - 1].number);
+            if (i > k) continue;
+            if (!failed(run)) factor_supernode<value_t, kind, sym>(run, space, member);
+            finish_member(run, space, batch, *member);
         }
     }
 }
@@ -205,13 +221,6 @@ void process_batch(factor_run<value_t> *run, thread_space<value_t> *space, batch
     for (int64_t i = 0; i < batch->count; ++i) assemble_supernode(run, &batch->member[i]);
     apply_sources<value_t, kind, sym>(run, space, batch);
     factor_members<value_t, kind, sym>(run, space, batch);
-#pragma omp for schedule(dynamic, 1)
-    for (int64_t i = 0; i < batch->count; ++i) {
-        const target_block<value_t> &member = batch->member[i];
-        batch->waits[member.number - 1] = next_target(*batch->s, member.number, batch->s->xsuper[batch->last]);
-        close_target(run, &member, block_use::create);
-        if (!failed(run)) report_block(run, space, member.rows * member.columns, false);
-    }
 }
 
 /* One subtree, with the private lists of its supernodes; what is left of their rows stays in head. */
@@ -239,7 +248,7 @@ void paged_region(factor_run<value_t> *run, void *work)
     batch.s = &s;
     batch.status = run->in->lists->status;
     batch.waits = run->in->thread_rows;
-    batch.group_bytes = pager->window_bytes / 8;
+    batch.group_bytes = pager->window_bytes / 16;
     const source_lists lists = {run->in->thread_rows + supernodes, batch.waits};
     const int64_t total = s.nnz_l + (run->two_sides ? s.nnz_u : 0);
     const int64_t limit = std::min(pager->window_bytes / (2 * team) / entry, total / (8 * team));

@@ -83,8 +83,17 @@ void remove_factor_names(const ooc_tree *tree, const ooc_file_set *set)
     for (const ooc_file_number number : {ooc_file_lnz, ooc_file_unz}) remove_name(tree, set->serial, number);
 }
 
+void close_others(ooc_file_set *set)
+{
+    for (platform_file &other : set->other) {
+        if (other != no_file) (void)platform_file_close(other);
+        other = no_file;
+    }
+}
+
 void close_quietly(ooc_file_set *set)
 {
+    close_others(set);
     for (platform_file &file : set->file) {
         if (file != no_file) (void)platform_file_close(file);
         file = no_file;
@@ -92,16 +101,27 @@ void close_quietly(ooc_file_set *set)
     set->open = false;
 }
 
+/* Where pages come and go, the system's memory of files would only cost copies, and one transfer at a time leaves the disk idle. */
+void choose_transfers(const ooc_tree *tree, ooc_file_set *set)
+{
+    for (int64_t k = 0; k < tree->sides; ++k) {
+        if (tree->side[k].natural) continue;
+        platform_file_go_direct(set->file[k]);
+        if (platform_file_duplicate(set->file[k], &set->other[k]) != 0) set->other[k] = no_file;
+    }
+}
+
 } // namespace
 
 int32_t ooc_create_files(ooc_tree *tree, const ooc_request *request, ooc_file_set *set)
 {
     const bool keep = request->state->files_open == 0;
-    set->file[0] = set->file[1] = no_file;
+    for (int64_t k = 0; k < 2; ++k) set->file[k] = set->other[k] = no_file;
     int32_t error = create_first(tree, set);
     if (error != 0) return error;
     set->exists = set->open = set->linked = true;
     if (tree->sides == 2) error = create_file(tree, set->serial, ooc_file_unz, &set->file[1]);
+    if (error == 0) choose_transfers(tree, set);
     if (error == 0 && keep) error = create_index_files(tree, request, set);
     if (error == 0 && keep) return 0;
     /* the names go early: the system takes the files back when the process ends, in whatever way */
@@ -117,7 +137,7 @@ int32_t ooc_create_files(ooc_tree *tree, const ooc_request *request, ooc_file_se
 int32_t ooc_reopen_files(const ooc_tree *tree, const ooc_request *request, ooc_file_set *set, int32_t *message)
 {
     constexpr int32_t messages[] = {message_ooc_solve_open_lindx, message_ooc_solve_open_lnz, message_ooc_solve_open_unz};
-    set->file[0] = set->file[1] = no_file;
+    for (int64_t k = 0; k < 2; ++k) set->file[k] = set->other[k] = no_file;
     platform_file lindx = no_file;
     *message = messages[0];
     int32_t error = open_named(tree, tree->index_serial, ooc_file_lindx, &lindx);
@@ -130,11 +150,13 @@ int32_t ooc_reopen_files(const ooc_tree *tree, const ooc_request *request, ooc_f
         *message = messages[k + 1];
         error = open_named(tree, set->serial, ooc_file_lnz + k, &set->file[k]);
     }
-    if (error != 0)
+    if (error != 0) {
         close_quietly(set);
-    else
-        set->open = true;
-    return error;
+        return error;
+    }
+    set->open = true;
+    choose_transfers(tree, set);
+    return 0;
 }
 
 bool ooc_files_complete(const ooc_tree *tree, const ooc_file_set *set)
@@ -150,6 +172,7 @@ int32_t ooc_close_files(const ooc_tree *tree, ooc_file_set *set, int32_t *messag
 {
     constexpr int32_t messages[] = {message_ooc_solve_close_lnz, message_ooc_solve_close_unz};
     int32_t error = 0;
+    close_others(set);
     for (int64_t k = 0; k < tree->sides; ++k) {
         const int32_t one = platform_file_close(set->file[k]);
         set->file[k] = no_file;

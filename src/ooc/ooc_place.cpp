@@ -14,20 +14,23 @@ struct page_worth {
 };
 constexpr page_worth worth_nothing = {INT64_MIN, INT64_MIN};
 
-/* The least recently used page goes: subtrees work on what was made last, and sweeps turn round at their ends. Half-made pages stay, they
-   would be written twice, and so do those that were read in advance. */
-page_worth worth_of(const ooc_page &page)
+/* The least recently used page goes: subtrees work on what was made last, and sweeps turn round at their ends. What was read ahead for a
+   batch, or used since the mark, will be used again soon. Half-made pages stay, they would be written twice. Of the places for a member of
+   a batch the first one is best, so that all free places are together. */
+page_worth worth_of(const ooc_tree *tree, const ooc_page &page, ooc_wish wish)
 {
-    return {page.unmade > 0 || page.expected ? 1 : 0, page.stamp};
+    const bool member = wish == ooc_wish::target && tree->mark > 0;
+    return {page.unmade > 0 ? 2 : page.expected || page.stamp >= tree->mark ? 1 : 0, member ? 0 : page.stamp};
 }
 
-bool fixed(const ooc_page &page)
+bool fixed(const ooc_tree *tree, const ooc_page &page, ooc_wish wish)
 {
-    return page.state == page_state::moving || page.pins > 0;
+    if (page.state == page_state::moving || page.pins > 0 || page.transfer != 0) return true;
+    return wish == ooc_wish::ahead && (page.dirty || page.expected || page.stamp >= tree->mark);
 }
 
 /* Would the largest page still fit often enough if a target lay at place? */
-bool admissible(const ooc_tree *tree, const ooc_side *side, int64_t place, int64_t bytes, const ooc_page *except)
+bool admissible(const ooc_tree *tree, const ooc_side *side, int64_t place, const ooc_page *page)
 {
     int64_t targets = 1, fits = 0, end = 0;
     bool placed = false;
@@ -36,16 +39,16 @@ bool admissible(const ooc_tree *tree, const ooc_side *side, int64_t place, int64
         end = from + length;
     };
     for (int64_t i = side->head; i >= 0; i = side->pages[i].after) {
-        const ooc_page &page = side->pages[i];
-        if (page.target_pins == 0 || &page == except) continue;
+        const ooc_page &other = side->pages[i];
+        if (other.target_pins == 0 || &other == page) continue;
         ++targets;
-        if (!placed && page.place > place) {
-            occupy(place, bytes);
+        if (!placed && other.place > place) {
+            occupy(place, page->length);
             placed = true;
         }
-        occupy(page.place, page.bytes);
+        occupy(other.place, other.length);
     }
-    if (!placed) occupy(place, bytes);
+    if (!placed) occupy(place, page->length);
     occupy(side->bytes, 0);
     const int64_t others = tree->threads - targets;
     return fits >= (others > 0 ? others : 0) + 1;
@@ -55,21 +58,21 @@ bool admissible(const ooc_tree *tree, const ooc_side *side, int64_t place, int64
 
 bool ooc_may_pin_target(const ooc_tree *tree, const ooc_side *side, const ooc_page *page)
 {
-    return side->natural || page->target_pins > 0 || admissible(tree, side, page->place, page->bytes, page);
+    return side->natural || page->target_pins > 0 || admissible(tree, side, page->place, page);
 }
 
 bool ooc_admits_target(const ooc_tree *tree, const ooc_side *side, const ooc_page *page)
 {
     if (page->target_pins > 0) return true;
-    int64_t bytes = page->bytes, victim = -1, until = -1;
+    int64_t bytes = page->length, victim = -1, until = -1;
     for (int64_t i = side->head; i >= 0; i = side->pages[i].after)
-        if (side->pages[i].target_pins > 0) bytes += side->pages[i].bytes;
+        if (side->pages[i].target_pins > 0) bytes += side->pages[i].length;
     if (bytes > side->bytes / 4 * 3) return false;
     if (page->state == page_state::resident) return ooc_may_pin_target(tree, side, page);
-    return ooc_find_place(tree, side, page, true, &victim, &until) >= 0;
+    return ooc_find_place(tree, side, page, ooc_wish::target, &victim, &until) >= 0;
 }
 
-int64_t ooc_find_place(const ooc_tree *tree, const ooc_side *side, const ooc_page *page, bool target, int64_t *victim, int64_t *until)
+int64_t ooc_find_place(const ooc_tree *tree, const ooc_side *side, const ooc_page *page, ooc_wish wish, int64_t *victim, int64_t *until)
 {
     const ooc_page *pages = side->pages;
     if (side->natural) {
@@ -81,29 +84,31 @@ int64_t ooc_find_place(const ooc_tree *tree, const ooc_side *side, const ooc_pag
     /* candidates: the beginning of the window, and the end of each page in it, where a page on its way in overlaps those on their way out
      */
     int64_t start = 0, next = side->head;
-    for (;;) {
-        const int64_t end = start + page->bytes;
-        if (end > side->bytes) break;
+    while (start + page->length <= side->bytes) {
+        const int64_t end = start + page->length;
         page_worth worth = worth_nothing;
-        int64_t i = next;
-        bool blocked = false;
-        for (; i >= 0 && pages[i].place < end && !blocked; i = pages[i].after) {
-            blocked = fixed(pages[i]);
-            const page_worth one = worth_of(pages[i]);
+        int64_t i = next, obstacle = -1;
+        for (; i >= 0 && pages[i].place < end && obstacle < 0; i = pages[i].after) {
+            const page_worth one = worth_of(tree, pages[i], wish);
             if (worth.below(one)) worth = one;
+            if (fixed(tree, pages[i], wish) || (best >= 0 && !worth.below(best_worth))) obstacle = i;
         }
-        const bool better = best < 0 || worth.below(best_worth);
-        if (!blocked && better && (!target || admissible(tree, side, start, page->bytes, page))) {
+        if (obstacle < 0 && (wish != ooc_wish::target || admissible(tree, side, start, page))) {
             best = start;
             best_worth = worth;
             *victim = next;
             *until = i;
             if (i == next) break; /* nothing has to leave */
         }
-        if (next < 0) break;
-        const int64_t reach = pages[next].place + pages[next].bytes;
-        if (start < reach) start = reach;
-        next = pages[next].after;
+        /* all places before the end of the obstacle have it in them as well */
+        const int64_t passed = obstacle >= 0 ? obstacle : next;
+        if (passed < 0) break;
+        for (; next >= 0; next = pages[next].after) {
+            const int64_t reach = pages[next].place + pages[next].length;
+            if (start < reach) start = reach;
+            if (next == passed) break;
+        }
+        next = pages[passed].after;
     }
     return best;
 }

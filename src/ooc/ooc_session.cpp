@@ -33,13 +33,15 @@ bool make_pages(const ooc_request *request, ooc_tree *tree)
         ooc_side *side = &tree->side[k];
         const factor_side kind = k == 0 ? factor_side::lower : factor_side::upper;
         const ooc_side_sizes sizes = ooc_measure_side(request->structure, kind, request->element_bytes);
-        side->total = sizes.total;
-        side->largest = sizes.largest > 0 ? sizes.largest : 1;
-        const int64_t page_bytes = ooc_page_bytes(side->largest, request->window_entries[k] * request->element_bytes);
-        side->page_count = ooc_cut_pages(request->structure, kind, request->element_bytes, page_bytes, nullptr, nullptr);
+        const int64_t window = request->window_entries[k] * request->element_bytes, largest = sizes.largest > 0 ? sizes.largest : 1;
+        side->natural = window >= sizes.total;
+        side->largest = side->natural ? largest : ooc_whole_units(largest);
+        const int64_t page_bytes = ooc_page_bytes(side->largest, window);
+        side->page_count = ooc_cut_pages(request->structure, kind, request->element_bytes, page_bytes, !side->natural, nullptr, nullptr);
         side->pages = static_cast<ooc_page *>(service_calloc(side->page_count + 1, sizeof(ooc_page), 64));
         if (side->pages == nullptr) return false;
-        ooc_cut_pages(request->structure, kind, request->element_bytes, page_bytes, side->pages, side->page_of);
+        ooc_cut_pages(request->structure, kind, request->element_bytes, page_bytes, !side->natural, side->pages, side->page_of);
+        for (int64_t i = 0; i < side->page_count; ++i) side->total += side->pages[i].length;
         side->head = -1;
     }
     return true;
@@ -113,11 +115,12 @@ void bind_windows(ooc_tree *tree, void *window_l, int64_t entries_l, void *windo
     const int64_t entries[] = {entries_l, entries_u};
     for (int64_t k = 0; k < tree->sides; ++k) {
         ooc_side *side = &tree->side[k];
-        const int64_t bytes = entries[k] * tree->element_bytes;
-        if (side->base != windows[k] || side->bytes != bytes) tree->warm_number = 0;
-        side->base = static_cast<char *>(windows[k]);
-        side->bytes = bytes;
-        side->natural = bytes >= side->total;
+        auto *base = static_cast<char *>(windows[k]);
+        const auto past = static_cast<int64_t>(reinterpret_cast<uintptr_t>(base) % platform_direct_unit);
+        const int64_t skip = side->natural || past == 0 ? 0 : platform_direct_unit - past;
+        if (side->base != base + skip) tree->warm_number = 0;
+        side->base = base + skip;
+        side->bytes = entries[k] * tree->element_bytes - skip;
     }
 }
 
@@ -143,6 +146,7 @@ void start_pages(ooc_tree *tree, ooc_purpose purpose, int64_t number)
         ooc_reset_side(tree, k == 0 ? factor_side::lower : factor_side::upper, purpose == ooc_purpose::solve);
     tree->purpose = purpose;
     tree->fault = 0;
+    tree->mark = purpose == ooc_purpose::solve ? INT64_MAX : 0;
     tree->read_seconds = tree->write_seconds = 0.0;
     tree->read_bytes = tree->write_bytes = 0;
 }
@@ -202,6 +206,7 @@ int64_t ooc_close(const ooc_request *request, ooc_purpose purpose)
 {
     ooc_tree *tree = request->state->tree_link;
     if (purpose == ooc_purpose::factorize && tree->fault == 0) ooc_flush(tree);
+    ooc_settle(tree);
     publish_transfers(request, tree, purpose);
     if (tree->fault != 0) {
         report(request, tree->fault_message, tree->fault, ooc_error_data);

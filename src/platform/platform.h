@@ -50,10 +50,26 @@ int32_t platform_file_open(const char *path, platform_file *file);
 /* Read or write the whole of [offset, offset + length). Any number of threads at once. Reading past the end is an error (EIO). */
 int32_t platform_file_read(platform_file file, int64_t offset, void *buffer, int64_t length);
 int32_t platform_file_write(platform_file file, int64_t offset, const void *buffer, int64_t length);
-/* Tell the system that a range will be read soon; it may read ahead, or not. Needs nothing from the caller and cannot fail. */
-void platform_file_will_need(platform_file file, int64_t offset, int64_t length);
+/* From now on transfers pass by the system's memory of files where it allows that; else nothing changes. Offsets, lengths and addresses
+   should then be multiples of platform_direct_unit; others go the ordinary way. */
+inline constexpr int64_t platform_direct_unit = 4096;
+void platform_file_go_direct(platform_file file);
+/* A second way to an open file, to be closed as well. */
+int32_t platform_file_duplicate(platform_file file, platform_file *other);
+/* Transfers in the background; those of one way to a file happen one after the other. One that has begun must be waited for, by any thread,
+   once; until then the record, the memory and the file stay. begin: false when the system takes no more at the moment; nothing has begun
+   then. */
+struct platform_transfer {
+    alignas(16) unsigned char request[256]; /* of the system */
+    platform_file file;
+    int64_t offset, length;
+    unsigned char *memory;
+    bool writes;
+};
+bool platform_transfer_begin(platform_transfer *transfer, bool writes, platform_file file, int64_t offset, void *memory, int64_t length);
+bool platform_transfer_ended(const platform_transfer *transfer);
+int32_t platform_transfer_wait(platform_transfer *transfer);
 int32_t platform_file_size(platform_file file, int64_t *size);
-int32_t platform_file_sync(platform_file file);
 int32_t platform_file_close(platform_file file);
 int32_t platform_file_remove(const char *path);
 /* Words for an error number, cut to size bytes with the end mark; size >= 1. */

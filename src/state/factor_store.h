@@ -15,7 +15,9 @@ struct block_pager {
     void *context;
     void *(*acquire)(void *context, factor_side side, int64_t supernode, block_use use);
     void (*release)(void *context, factor_side side, int64_t supernode, block_use use);
-    void (*expect)(void *context, factor_side side, int64_t supernode); /* read-ahead hint; may be null */
+    /* Begin to read a block that will be asked for. False when that cannot be done now; may be null. */
+    bool (*expect)(void *context, factor_side side, int64_t supernode);
+    void (*mark)(void *context); /* what is used from now on stays while others are read ahead */
     /* Whether a block may be held for create beside those that are, while no other is held. The first one always may. */
     bool (*admits)(void *context, factor_side side, int64_t supernode);
     int64_t window_bytes = 0; /* that blocks may take in core, of all sides */
@@ -39,11 +41,12 @@ inline value_t *acquire_block(const factor_store<value_t> &store, const supernod
     return side == factor_side::lower ? store.lnz + (s.xlnz[first - 1] - 1) : store.unz + (s.xunz[first - 1] - 1);
 }
 
-/* Hint that the block will be asked for soon. */
+/* Hint that the block will be asked for soon. False when the pager takes no more hints at the moment. */
 template <typename value_t>
-inline void expect_block(const factor_store<value_t> &store, factor_side side, int64_t number)
+inline bool expect_block(const factor_store<value_t> &store, factor_side side, int64_t number)
 {
-    if (store.pager != nullptr && store.pager->expect != nullptr) store.pager->expect(store.pager->context, side, number);
+    if (store.pager == nullptr || store.pager->expect == nullptr) return false;
+    return store.pager->expect(store.pager->context, side, number);
 }
 
 template <typename value_t>

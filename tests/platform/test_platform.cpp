@@ -101,7 +101,6 @@ TEST_F(platform_files, blocks_come_back_also_beyond_four_gigabytes)
     for (int64_t i = 0; i < 1000; ++i) written[static_cast<std::size_t>(i)] = i * i;
     const int64_t offset = int64_t{5} << 30; /* a hole before it takes no space */
     ASSERT_EQ(platform_file_write(file, offset, written.data(), 8000), 0);
-    ASSERT_EQ(platform_file_sync(file), 0);
     int64_t size = 0;
     ASSERT_EQ(platform_file_size(file, &size), 0);
     EXPECT_EQ(size, offset + 8000);
@@ -111,6 +110,18 @@ TEST_F(platform_files, blocks_come_back_also_beyond_four_gigabytes)
     EXPECT_EQ(read, written);
     EXPECT_EQ(platform_file_read(file, offset + 8, read.data(), 8000), EIO) << "a short file must not pass for a block";
     EXPECT_EQ(platform_file_read(file, -1, read.data(), 8), EINVAL);
+    platform_file_go_direct(file); /* a range that is not of whole units goes the ordinary way, in the background as well */
+    platform_transfer one, other;
+    ASSERT_TRUE(platform_transfer_begin(&one, true, file, 16, written.data(), 8000));
+    EXPECT_EQ(platform_transfer_wait(&one), 0);
+    std::vector<int64_t> behind(1000);
+    ASSERT_TRUE(platform_transfer_begin(&one, false, file, offset + 4096, behind.data(), 8000));
+    read.assign(1000, 0);
+    ASSERT_TRUE(platform_transfer_begin(&other, false, file, 16, read.data(), 8000));
+    EXPECT_EQ(platform_transfer_wait(&other), 0);
+    EXPECT_TRUE(platform_transfer_ended(&other));
+    EXPECT_EQ(read, written);
+    EXPECT_EQ(platform_transfer_wait(&one), EIO);
     ASSERT_EQ(platform_file_close(file), 0);
     EXPECT_EQ(platform_file_close(file), EBADF);
     EXPECT_EQ(platform_file_write(file, 0, written.data(), 8), EBADF);

@@ -1,0 +1,47 @@
+#include "platform/platform.h"
+
+#include <aio.h>
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+static_assert(sizeof(aiocb) <= sizeof(platform_transfer::request) && alignof(aiocb) <= 16, "the system's request must fit the record");
+
+static aiocb *request_of(platform_transfer *transfer)
+{
+    return std::launder(reinterpret_cast<aiocb *>(transfer->request));
+}
+
+bool platform_transfer_begin(platform_transfer *transfer, bool writes, platform_file file, int64_t offset, void *memory, int64_t length)
+{
+    transfer->file = file;
+    transfer->offset = offset;
+    transfer->length = length;
+    transfer->memory = static_cast<unsigned char *>(memory);
+    transfer->writes = writes;
+    aiocb *request = new (transfer->request) aiocb();
+    request->aio_fildes = static_cast<int>(file);
+    request->aio_offset = offset;
+    request->aio_buf = memory;
+    request->aio_nbytes = static_cast<std::size_t>(length);
+    request->aio_sigevent.sigev_notify = SIGEV_NONE;
+    return (writes ? aio_write(request) : aio_read(request)) == 0;
+}
+
+bool platform_transfer_ended(const platform_transfer *transfer)
+{
+    return aio_error(request_of(const_cast<platform_transfer *>(transfer))) != EINPROGRESS;
+}
+
+/* What the system left undone, a refusal included, is done here: the plain functions tell whether it can be done at all. */
+int32_t platform_transfer_wait(platform_transfer *transfer)
+{
+    aiocb *request = request_of(transfer);
+    const aiocb *const list[] = {request};
+    while (aio_error(request) == EINPROGRESS) (void)aio_suspend(list, 1, nullptr);
+    const ssize_t moved = aio_return(request);
+    const int64_t done = moved < 0 ? 0 : moved;
+    const int64_t offset = transfer->offset + done, rest = transfer->length - done;
+    if (transfer->writes) return platform_file_write(transfer->file, offset, transfer->memory + done, rest);
+    return platform_file_read(transfer->file, offset, transfer->memory + done, rest);
+}
