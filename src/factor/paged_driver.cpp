@@ -29,6 +29,9 @@ struct batch_state {
     int64_t pass, cursor; /* of the search for sources */
     source_group group[2];
     source_group *current, *following;
+    /* while the members are factored, under member_lock */
+    int64_t factored, applied[member_limit]; /* members that are factored, and how many of those a member has received */
+    bool taken[member_limit];                /* a thread works on it */
 };
 
 int64_t block_entries(const supernodal_structure &s, int64_t number, bool two_sides)
@@ -100,6 +103,11 @@ void open_batch(factor_run<value_t> *run, batch_state<value_t> *batch, int64_t f
         ++batch->count;
         batch->last = i;
     }
+    for (int64_t i = 0; i < batch->count; ++i) {
+        batch->applied[i] = 0;
+        batch->taken[i] = false;
+    }
+    batch->factored = 0;
     batch->pass = 0;
     batch->cursor = 1;
     batch->following = &batch->group[0];
@@ -196,22 +204,56 @@ void finish_member(factor_run<value_t> *run, thread_space<value_t> *space, batch
     if (!failed(run)) report_block(run, space, member.rows * member.columns, false);
 }
 
-/* Factor the members in order, each applied to the later ones: the next one is factored while the others still receive the last one. */
+/* The first member that can receive an earlier one or be factored, taken for the caller; -1: none at the moment. */
+template <typename value_t>
+int64_t take_member(batch_state<value_t> *batch, bool *finished)
+{
+    int64_t found = -1;
+#pragma omp critical(member_lock)
+    {
+        *finished = batch->factored == batch->count;
+        for (int64_t i = batch->factored; i < batch->count && found < 0; ++i)
+            if (!batch->taken[i] && (batch->applied[i] < batch->factored || i == batch->factored)) found = i;
+        if (found >= 0) batch->taken[found] = true;
+    }
+    return found;
+}
+
+template <typename value_t>
+void give_member_back(batch_state<value_t> *batch, int64_t i)
+{
+#pragma omp critical(member_lock)
+    {
+        batch->taken[i] = false;
+        ++(batch->applied[i] < i ? batch->applied[i] : batch->factored);
+    }
+}
+
+/* Each member receives the earlier ones in order, as they are finished, and is factored then. The first ones go first: the others wait for
+   them. */
 template <typename value_t, factor_kind kind, mirror sym>
 void factor_members(factor_run<value_t> *run, thread_space<value_t> *space, batch_state<value_t> *batch)
 {
-    const int64_t count = batch->count; /* who is first goes on to open the next batch */
-    for (int64_t k = 0; k < count; ++k) {
-#pragma omp for schedule(dynamic, 1)
-        for (int64_t i = k; i < count; ++i) {
-            target_block<value_t> *member = &batch->member[i];
-            member->mapped = false;
-            if (k > 0 && !failed(run)) update_member<value_t, kind, sym>(run, space, member, batch->member[k - 1].number);
-            if (i > k) continue;
+    idle_wait wait;
+    for (bool finished = false;;) {
+        const int64_t i = take_member(batch, &finished);
+        if (finished) break;
+        if (i < 0) {
+            wait.pause();
+            continue;
+        }
+        wait.reset();
+        target_block<value_t> *member = &batch->member[i];
+        member->mapped = false; /* the thread's map has served another member */
+        if (batch->applied[i] < i) {
+            if (!failed(run)) update_member<value_t, kind, sym>(run, space, member, batch->member[batch->applied[i]].number);
+        } else {
             if (!failed(run)) factor_supernode<value_t, kind, sym>(run, space, member);
             finish_member(run, space, batch, *member);
         }
+        give_member_back(batch, i);
     }
+#pragma omp barrier
 }
 
 template <typename value_t, factor_kind kind, mirror sym>

@@ -5,7 +5,7 @@
 namespace
 {
 
-constexpr int64_t sweep_share = 16, sweep_bytes = int64_t{1} << 24; /* what sweeps read ahead: a share of the window, at most so much */
+constexpr int64_t sweep_share = 6, sweep_bytes = int64_t{1} << 24; /* what sweeps read ahead: a share of the window, at most so much */
 
 /* Put a resident page, which nobody has pinned, out of the window. */
 void put_out(ooc_tree *tree, ooc_side *side, ooc_page *page)
@@ -102,7 +102,7 @@ void *acquire(void *context, factor_side kind, int64_t supernode, block_use use)
     while (tree->fault == 0 && !approach(tree, side, page, target)) {}
     if (tree->fault == 0) {
         ++page->pins;
-        if (target) ++page->target_pins;
+        if (target) ooc_pin_target(side, page);
         page->stamp = ++tree->clock;
         page->expected = false;
         if (tree->purpose == ooc_purpose::solve) follow_sweep(tree, side, page, supernode);
@@ -114,7 +114,7 @@ void *acquire(void *context, factor_side kind, int64_t supernode, block_use use)
 
 void finish_target(ooc_tree *tree, ooc_side *side, ooc_page *page, block_use use)
 {
-    --page->target_pins;
+    ooc_unpin_target(side, page);
     page->dirty = true;
     if (use == block_use::create && page->unmade > 0) --page->unmade;
     /* complete: written once, while it may be read */

@@ -79,7 +79,7 @@ void ooc_reset_side(ooc_tree *tree, factor_side kind, bool stored)
 {
     const supernodal_structure *s = &tree->structure;
     ooc_side *side = &tree->side[static_cast<int>(kind)];
-    side->head = -1;
+    side->head = side->target_head = -1;
     for (int64_t i = 0; i < side->page_count; ++i) {
         ooc_page &page = side->pages[i];
         page.state = page_state::absent;

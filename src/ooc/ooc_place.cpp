@@ -38,9 +38,8 @@ bool admissible(const ooc_tree *tree, const ooc_side *side, int64_t place, const
         if (from > end) fits += (from - end) / side->largest;
         end = from + length;
     };
-    for (int64_t i = side->head; i >= 0; i = side->pages[i].after) {
+    for (int64_t i = side->target_head; i >= 0; i = side->pages[i].next_target) {
         const ooc_page &other = side->pages[i];
-        if (other.target_pins == 0 || &other == page) continue;
         ++targets;
         if (!placed && other.place > place) {
             occupy(place, page->length);
@@ -65,8 +64,7 @@ bool ooc_admits_target(const ooc_tree *tree, const ooc_side *side, const ooc_pag
 {
     if (page->target_pins > 0) return true;
     int64_t bytes = page->length, victim = -1, until = -1;
-    for (int64_t i = side->head; i >= 0; i = side->pages[i].after)
-        if (side->pages[i].target_pins > 0) bytes += side->pages[i].length;
+    for (int64_t i = side->target_head; i >= 0; i = side->pages[i].next_target) bytes += side->pages[i].length;
     if (bytes > side->bytes / 4 * 3) return false;
     if (page->state == page_state::resident) return ooc_may_pin_target(tree, side, page);
     return ooc_find_place(tree, side, page, ooc_wish::target, &victim, &until) >= 0;
@@ -111,6 +109,23 @@ int64_t ooc_find_place(const ooc_tree *tree, const ooc_side *side, const ooc_pag
         next = pages[passed].after;
     }
     return best;
+}
+
+void ooc_pin_target(ooc_side *side, ooc_page *page)
+{
+    if (++page->target_pins > 1) return;
+    int64_t *link = &side->target_head;
+    while (*link >= 0 && side->pages[*link].place < page->place) link = &side->pages[*link].next_target;
+    page->next_target = *link;
+    *link = page - side->pages;
+}
+
+void ooc_unpin_target(ooc_side *side, ooc_page *page)
+{
+    if (--page->target_pins > 0) return;
+    int64_t *link = &side->target_head;
+    while (*link != page - side->pages) link = &side->pages[*link].next_target;
+    *link = page->next_target;
 }
 
 void ooc_list_insert(ooc_side *side, ooc_page *page)

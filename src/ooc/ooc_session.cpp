@@ -42,7 +42,7 @@ bool make_pages(const ooc_request *request, ooc_tree *tree)
         if (side->pages == nullptr) return false;
         ooc_cut_pages(request->structure, kind, request->element_bytes, page_bytes, !side->natural, side->pages, side->page_of);
         for (int64_t i = 0; i < side->page_count; ++i) side->total += side->pages[i].length;
-        side->head = -1;
+        side->head = side->target_head = -1;
     }
     return true;
 }

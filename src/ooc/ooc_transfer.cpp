@@ -58,8 +58,9 @@ bool begin(ooc_tree *tree, ooc_side *side, ooc_page *page, bool writes)
     if (free == ooc_transfer_limit) return false;
     ooc_transfer *transfer = &tree->transfer[free];
     char *data = side->base + page->place;
-    platform_file file = tree->current->other[side == &tree->side[0] ? 0 : 1];
-    if (file < 0 || tree->transfer_count % 2 == 0) file = file_of(tree, side);
+    const int64_t way = tree->transfer_count % (ooc_more_ways + 1);
+    platform_file file = way == 0 ? -1 : tree->current->other[side == &tree->side[0] ? 0 : 1][way - 1];
+    if (file < 0) file = file_of(tree, side);
     if (!platform_transfer_begin(&transfer->record, writes, file, page->offset, data, page->length)) return false;
     transfer->page = page;
     transfer->side = side;

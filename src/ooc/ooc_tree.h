@@ -33,8 +33,9 @@ struct ooc_page {
     int64_t before, after; /* neighbours in the window by address, as page indices; -1 none */
     int64_t stamp;         /* of the last use */
     int64_t pins, target_pins;
-    int64_t unmade;   /* blocks that this factorization has not made yet */
-    int64_t transfer; /* in the background, its index + 1; 0: none. A resident page is being written, a moving one is on its way in */
+    int64_t next_target; /* of the pages with target pins, by address; -1 none */
+    int64_t unmade;      /* blocks that this factorization has not made yet */
+    int64_t transfer;    /* in the background, its index + 1; 0: none. A resident page is being written, a moving one is on its way in */
     page_state state;
     bool stored, dirty; /* in the file; the window holds what the file does not */
     bool expected;      /* read ahead for a batch and not yet used */
@@ -47,17 +48,19 @@ struct ooc_side {
     int64_t total, largest; /* bytes of all pages, and what the largest takes */
     char *base;             /* the window, borrowed */
     int64_t bytes;
-    int64_t head; /* first page of the window, -1 when it is empty */
-    bool natural; /* the window holds everything: each page at its offset */
+    int64_t head;        /* first page of the window, -1 when it is empty */
+    int64_t target_head; /* first one with target pins, -1 */
+    bool natural;        /* the window holds everything: each page at its offset */
 };
 
-/* Files of one matrix number. */
+/* Files of one matrix number. Disks work on several transfers at once; each way to a file makes one at a time. */
+inline constexpr int64_t ooc_more_ways = 3;
 struct ooc_file_set {
-    bool exists, open, linked; /* linked: their names exist */
-    int64_t serial;            /* part of the names */
-    platform_file file[2];     /* lnz, unz */
-    platform_file other[2];    /* second ways to them for transfers in the background, or -1 */
-    uint64_t *sums;            /* two words a page, lower pages first: what was written */
+    bool exists, open, linked;             /* linked: their names exist */
+    int64_t serial;                        /* part of the names */
+    platform_file file[2];                 /* lnz, unz */
+    platform_file other[2][ooc_more_ways]; /* further ways to them for transfers in the background, or -1 */
+    uint64_t *sums;                        /* two words a page, lower pages first: what was written */
 };
 
 inline constexpr int64_t ooc_transfer_limit = 128;
@@ -119,6 +122,9 @@ int64_t ooc_find_place(const ooc_tree *tree, const ooc_side *side, const ooc_pag
 /* Three quarters of a window are for targets, the rest for sources. Asked while no source is held. */
 bool ooc_admits_target(const ooc_tree *tree, const ooc_side *side, const ooc_page *page);
 bool ooc_may_pin_target(const ooc_tree *tree, const ooc_side *side, const ooc_page *page);
+/* Count a pin of a target, or take it back. */
+void ooc_pin_target(ooc_side *side, ooc_page *page);
+void ooc_unpin_target(ooc_side *side, ooc_page *page);
 void ooc_list_insert(ooc_side *side, ooc_page *page);
 void ooc_list_remove(ooc_side *side, ooc_page *page);
 
