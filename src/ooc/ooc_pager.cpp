@@ -5,7 +5,7 @@
 namespace
 {
 
-constexpr int64_t sweep_share = 6, sweep_bytes = int64_t{1} << 24; /* what sweeps read ahead: a share of the window, at most so much */
+constexpr int64_t sweep_share = 12, sweep_bytes = int64_t{1} << 24, sweep_pages = 2; /* what a sweep reads ahead, see follow_sweep */
 
 /* Put a resident page, which nobody has pinned, out of the window. */
 void put_out(ooc_tree *tree, ooc_side *side, ooc_page *page)
@@ -56,7 +56,8 @@ bool read_ahead(ooc_tree *tree, ooc_side *side, ooc_page *page)
     return false;
 }
 
-/* A sweep has come to `page`: read on in its direction, away from the neighbour that was used last. */
+/* A sweep has come to `page`: read on in its direction, away from the neighbour that was used last. Two pages, and more as long as that is
+   a small share of the window: beyond the end of a subtree they are read in vain. */
 void follow_sweep(ooc_tree *tree, ooc_side *side, const ooc_page *page, int64_t supernode)
 {
     if (supernode != page->first && supernode != page->last) return;
@@ -65,7 +66,8 @@ void follow_sweep(ooc_tree *tree, ooc_side *side, const ooc_page *page, int64_t 
     const int64_t step = before < after ? -1 : 1;
     int64_t bytes = side->bytes / (sweep_share * tree->threads);
     if (bytes > sweep_bytes) bytes = sweep_bytes;
-    for (int64_t i = index + step; i >= 0 && i <= last && bytes > 0; i += step) {
+    int64_t pages = sweep_pages;
+    for (int64_t i = index + step; i >= 0 && i <= last && (bytes > 0 || pages > 0); i += step, --pages) {
         bytes -= side->pages[i].length;
         if (!read_ahead(tree, side, &side->pages[i])) return;
     }
