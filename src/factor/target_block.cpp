@@ -44,13 +44,12 @@ int64_t span_count_from(const factor_run<value_t> *run, const thread_space<value
     constexpr int64_t widest_source = 192; /* as the analysis makes them; its scaled rows must fit */
     const int64_t room = space.buffer_entries / widest_source;
     if (run->in->store->pager != nullptr || run->most_pending == 1) return 1;
-    int64_t most = run->in->single_thread == 1 ? span_columns : span_columns / 2;
+    int64_t most = run->in->single_thread == 1 ? span_columns : parallel_span_columns;
     if (room < most) most = room;
     int64_t columns = supernode_columns(s, number), count = 1;
     for (int64_t next = number + 1; next <= last && count < span_limit; ++next, ++count) {
-        const int64_t tail = supernode_rows(s, next - 1) - supernode_columns(s, next - 1);
         columns += supernode_columns(s, next);
-        if (s.sparent[next - 2] != next || supernode_rows(s, next) != tail || columns > most) break;
+        if (!continues_in_next(s, next - 1) || columns > most) break;
     }
     return count;
 }

@@ -24,6 +24,15 @@ inline int64_t supernode_rows(const supernodal_structure &s, int64_t number)
 {
     return s.xlindx[number] - s.xlindx[number - 1];
 }
+/* Were supernode number and the next one a single supernode before they were cut for their width? The rows of the next one are then those
+   of this one behind its own columns. */
+inline bool continues_in_next(const supernodal_structure &s, int64_t number)
+{
+    return s.sparent[number - 1] == number + 1 && supernode_rows(s, number + 1) == supernode_rows(s, number) - supernode_columns(s, number);
+}
+/* Columns that such supernodes have together when a parallel factorization updates them as one: more would keep the other threads
+   waiting. */
+inline constexpr int64_t parallel_span_columns = 256;
 inline const int64_t *supernode_row_list(const supernodal_structure &s, int64_t number)
 {
     return s.lindx + (s.xlindx[number - 1] - 1);
