@@ -122,6 +122,6 @@ inline int symbolic_threads(int64_t neqns, int64_t nproc)
 void update_costs(const supernodal_structure *s, const work_list_arrays *lists, double *cost);
 
 /* Rewrite work_order[S] (a valid order on entry) for a dynamic loop of nproc threads: every descendant before its targets, leaves negative,
-   and cut it into tasks. Reads the other lists of a single level. Allocates 8 words for each supernode; when that fails the order stays as
+   and cut it into tasks. Reads the other lists of a single level. Allocates 9 words for each supernode; when that fails the order stays as
    it is and each supernode is a task. */
 void fill_work_order(const supernodal_structure *s, int64_t nproc, work_list_arrays *arrays);

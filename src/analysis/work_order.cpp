@@ -1,9 +1,9 @@
 /* The order in which the single-level factorization hands supernodes to its threads, and the tasks in which it does so: small subtrees,
-   each as a whole, and single supernodes above them. A thread that takes a supernode waits until the last of its descendants is done, so
-   neighbours in the order should not depend on each other. The order is the one in which as many processors as there are threads would
-   start the tasks: among those ready, the one with the longest path to the root (list scheduling by critical path, Hu 1961). */
+   each as a whole, and above them single supernodes, or those together that were one before they were cut. A thread that takes a supernode
+   waits until the last of its descendants is done, so neighbours in the order should not depend on each other. The order is the one in
+   which as many processors as there are threads would start the tasks: among those ready, the one with the longest path to the root (list
+   scheduling by critical path, Hu 1961). */
 #include "service/service.h"
-#include <cstdlib>
 
 #include "analysis/symbolic.h"
 
@@ -14,6 +14,7 @@ struct schedule {
     int64_t *next;       /* next supernode of the same task, 0 at its end */
     int64_t *waiting;    /* children tasks that are not done */
     int64_t *children;   /* children of a supernode */
+    int64_t *task;       /* by supernode */
     int64_t *heap;       /* ready tasks, longest path first */
     int64_t ready;
 };
@@ -46,12 +47,11 @@ static int64_t pop_ready(schedule *plan)
     return task;
 }
 
-/* Cut the tree into tasks: subtrees of at most limit cost, and single supernodes above them. heap serves as the map from supernode to
-   task until the schedule runs. */
+/* Cut the tree into tasks: subtrees of at most limit cost, and single supernodes or spans above them. */
 static void cut_tasks(schedule *plan, double *subtree, int64_t processors)
 {
     const int64_t count = plan->s->supernodes, *sparent = plan->s->sparent;
-    int64_t *task = plan->heap;
+    int64_t *task = plan->task, columns = 0; /* of the task of the supernode before */
     double total = 0;
     for (int64_t s = 1; s <= count; ++s) {
         subtree[s - 1] = plan->cost[s - 1];
@@ -68,10 +68,15 @@ static void cut_tasks(schedule *plan, double *subtree, int64_t processors)
     for (int64_t s = count; s >= 1; --s) {
         const int64_t up = sparent[s - 1];
         const bool inside = up != 0 && subtree[up - 1] <= limit;
-        task[s - 1] = inside ? task[up - 1] : s;
-        if (!inside) {
-            plan->path[s - 1] = plan->cost[s - 1] + (up != 0 ? plan->path[up - 1] : 0);
-            if (up != 0) ++plan->waiting[up - 1];
+        columns += supernode_columns(*plan->s, s);
+        /* the root of a small subtree does not join: its subtree is a task of its own */
+        const bool spanned = subtree[s - 1] > limit && up != 0 && continues_in_next(*plan->s, s) && columns <= parallel_span_columns;
+        task[s - 1] = inside || spanned ? task[up - 1] : s;
+        if (spanned) plan->path[task[s - 1] - 1] += plan->cost[s - 1];
+        if (!inside && !spanned) {
+            columns = supernode_columns(*plan->s, s);
+            plan->path[s - 1] = plan->cost[s - 1] + (up != 0 ? plan->path[task[up - 1] - 1] : 0);
+            if (up != 0) ++plan->waiting[task[up - 1] - 1];
         }
         plan->next[s - 1] = plan->first[task[s - 1] - 1]; /* descending, so each task's list ascends */
         plan->first[task[s - 1] - 1] = s;
@@ -108,7 +113,7 @@ static void run_schedule(schedule *plan, double *clock, int64_t *running, int64_
     const auto start_next = [&](int64_t p) {
         const int64_t task = running[p] = pop_ready(plan);
         const int64_t up = sparent[task - 1];
-        clock[p] += plan->path[task - 1] - (up != 0 ? plan->path[up - 1] : 0);
+        clock[p] += plan->path[task - 1] - (up != 0 ? plan->path[plan->task[up - 1] - 1] : 0);
         place = list_task(plan, task, place, arrays);
     };
     for (; busy < processors && plan->ready > 0; ++busy) {
@@ -121,7 +126,7 @@ static void run_schedule(schedule *plan, double *clock, int64_t *running, int64_
             if (clock[q] < clock[p]) p = q;
         /* a finished task makes at most one other ready, so a processor that finds none will not be needed again */
         const int64_t up = sparent[running[p] - 1];
-        if (up != 0 && --plan->waiting[up - 1] == 0) push_ready(plan, up);
+        if (up != 0 && --plan->waiting[plan->task[up - 1] - 1] == 0) push_ready(plan, plan->task[up - 1]);
         if (plan->ready > 0) {
             start_next(p);
         } else {
@@ -142,12 +147,13 @@ static void single_tasks(int64_t supernodes, int64_t *tasks)
 void fill_work_order(const supernodal_structure *s, int64_t nproc, work_list_arrays *arrays)
 {
     const int64_t count = s->supernodes, processors = nproc > 1 ? nproc : 1;
-    int64_t *block = static_cast<int64_t *>(service_alloc_direct(static_cast<uint64_t>(8 * count + 2 * processors) * sizeof(int64_t), 64));
+    int64_t *block = static_cast<int64_t *>(service_alloc_direct(static_cast<uint64_t>(9 * count + 2 * processors) * sizeof(int64_t), 64));
     if (block == nullptr) return single_tasks(count, arrays->tasks); /* leaves first does as well, only slower */
-    double *real = reinterpret_cast<double *>(block + 5 * count + processors);
-    schedule plan = {s, real, real + count, block, block + count, block + 2 * count, block + 3 * count, block + 4 * count, 0};
+    double *real = reinterpret_cast<double *>(block + 6 * count + processors);
+    schedule plan = {
+        s, real, real + count, block, block + count, block + 2 * count, block + 3 * count, block + 4 * count, block + 5 * count, 0};
     update_costs(s, arrays, plan.cost);
     cut_tasks(&plan, real + 2 * count, processors);
-    run_schedule(&plan, real + 3 * count, block + 5 * count, processors, arrays);
+    run_schedule(&plan, real + 3 * count, block + 6 * count, processors, arrays);
     service_free_direct(block);
 }

@@ -3,11 +3,12 @@
 #include "factor/factor_run.h"
 #include "factor/team.h"
 
-/* The single-level region. The threads take tasks in work order. A task of one supernode applies what stands in its ready list until it has
-   received all it expects. A task of several is a whole subtree: nothing from outside updates it, so that it is factored as by the serial
-   driver, without locks. What is finished is appended to the ready list of each target outside of the task. Tasks are handed out in order
-   and a target comes after its descendants, so whoever waits waits for a supernode that a running thread holds. The order of the updates
-   depends on arrival, and so do the last bits. lists->status holds the write positions. */
+/* The single-level region. The threads take tasks in work order: a supernode, those that were one before they were cut for their width, or
+   a small subtree. A supernode applies what stands in its ready list until it has received all it expects; those that were one receive
+   together what comes from outside. Nothing from outside updates a whole subtree, so that it is factored as by the serial driver, without
+   locks. What is finished is appended to the ready list of each target. Tasks are handed out in order and a target comes after its
+   descendants, so whoever waits waits for a supernode that a running thread holds. The order of the updates depends on arrival, and so do
+   the last bits. lists->status holds the write positions. */
 
 namespace
 {
@@ -51,6 +52,64 @@ void receive_updates(factor_run<value_t> *run, thread_space<value_t> *space, tar
     }
 }
 
+/* Does a source that waits for a block of the target meet none before? q: its rows from that block on. */
+template <typename value_t>
+bool meets_first(const supernodal_structure &s, const target_block<value_t> &target, int64_t source, int64_t q)
+{
+    const int64_t rows = supernode_rows(s, source);
+    return q == rows - supernode_columns(s, source) || supernode_row_list(s, source)[rows - q - 1] < target.first;
+}
+
+/* The same for a span: what comes from outside stands on the lists of all blocks that it meets and is applied once. */
+template <typename value_t, factor_kind kind, mirror sym>
+void receive_from_outside(factor_run<value_t> *run, thread_space<value_t> *space, target_block<value_t> *span)
+{
+    const work_lists &lists = *run->in->lists;
+    int64_t read[span_limit], written[span_limit], missing = 0;
+    for (int64_t i = 0; i < span->spanned; ++i) {
+        const int64_t *start = lists.ready_start + (span->number + i - 1);
+        read[i] = start[0];
+        missing += start[1] - start[0] - i; /* the blocks before are sources from inside */
+    }
+    idle_wait wait;
+    while (missing > 0) {
+#pragma omp critical(ready_lock)
+        for (int64_t i = 0; i < span->spanned; ++i) written[i] = lists.status[span->number + i - 1];
+        const int64_t before = missing;
+        for (int64_t i = 0; i < span->spanned; ++i)
+            for (; read[i] < written[i]; ++read[i], --missing) {
+                if (failed(run)) return;
+                const int64_t source = lists.ready_source[read[i] - 1], rows = lists.ready_rows[read[i] - 1];
+                if (meets_first(*run->s, *span, source, rows)) apply_update<value_t, kind, sym>(run, space, span, source, rows);
+            }
+        flush_updates<value_t, kind, sym>(run, space, span);
+        if (failed(run)) return;
+        if (missing == before)
+            wait.pause();
+        else
+            wait.reset();
+    }
+}
+
+/* Wide supernodes that were one before they were cut. Each is handed on as soon as it is done. */
+template <typename value_t, factor_kind kind, mirror sym>
+void process_span(factor_run<value_t> *run, thread_space<value_t> *space, int64_t number, int64_t count)
+{
+    span_block<value_t> block[span_limit];
+    target_block<value_t> span, target;
+    if (!open_span(run, number, count, block, &span)) return;
+    receive_from_outside<value_t, kind, sym>(run, space, &span);
+    for (int64_t i = 0; i < count && !failed(run); ++i) {
+        if (!open_target(run, number + i, block_use::update, &target)) return;
+        for (int64_t j = 0; j < i; ++j) apply_update<value_t, kind, sym>(run, space, &target, number + j, target.rows);
+        flush_updates<value_t, kind, sym>(run, space, &target);
+        if (!failed(run)) factor_supernode<value_t, kind, sym>(run, space, &target);
+        if (failed(run)) return;
+        publish(run, number + i, number + i);
+        report_block(run, space, target.rows * target.columns, true);
+    }
+}
+
 template <typename value_t, factor_kind kind, mirror sym>
 void process_supernode(factor_run<value_t> *run, thread_space<value_t> *space, int64_t number)
 {
@@ -79,6 +138,25 @@ void process_subtree(factor_run<value_t> *run, thread_space<value_t> *space, int
     publish(run, first, last);
 }
 
+bool is_span(const supernodal_structure &s, int64_t first, int64_t last)
+{
+    while (first < last && continues_in_next(s, first)) ++first;
+    return first == last;
+}
+
+template <typename value_t, factor_kind kind, mirror sym>
+void process_task(factor_run<value_t> *run, thread_space<value_t> *space, int64_t first, int64_t last)
+{
+    if (!is_span(*run->s, first, last)) return process_subtree<value_t, kind, sym>(run, space, first, last);
+    for (int64_t number = first, count = 0; number <= last && !failed(run); number += count) {
+        count = span_count_from(run, *space, number, last);
+        if (count > 1)
+            process_span<value_t, kind, sym>(run, space, number, count);
+        else
+            process_supernode<value_t, kind, sym>(run, space, number);
+    }
+}
+
 } // namespace
 
 template <typename value_t, factor_kind kind, mirror sym>
@@ -99,11 +177,7 @@ void single_level_region(factor_run<value_t> *run, void *work)
         for (int64_t task = 0; task < lists.tasks; ++task) {
             const int64_t first = std::abs(lists.work_order[lists.task_start[task]]);
             const int64_t count = lists.task_start[task + 1] - lists.task_start[task];
-            if (failed(run)) continue;
-            if (count == 1)
-                process_supernode<value_t, kind, sym>(run, &space, first);
-            else
-                process_subtree<value_t, kind, sym>(run, &space, first, first + count - 1);
+            if (!failed(run)) process_task<value_t, kind, sym>(run, &space, first, first + count - 1);
         }
         merge_counts(run, &space);
         if (id == 1 && !failed(run)) report_percent(run, 100);
