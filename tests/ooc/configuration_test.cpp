@@ -102,11 +102,7 @@ TEST_F(configuration, keys_comments_blanks_and_repetitions)
     expect("/tmp/my files/part", 77, 0, 0);
     with_file("wkl_solvara_ooc_path=a=b\r\nwkl_solvara_ooc_keep_file = \nwkl_solvara_ooc_max_core_size = #9\n");
     expect("a b", 2000, 0, 1);
-}
-
-TEST_F(configuration, a_swap_size_in_the_environment_shuts_out_the_core_size_of_the_file)
-{
-    set("MAX_SWAP_SIZE", "9");
+    set("MAX_SWAP_SIZE", "9"); /* shuts out the core size of the file */
     with_file("wkl_solvara_ooc_path = file\nwkl_solvara_ooc_max_core_size = 7\nwkl_solvara_ooc_keep_file = 0\n");
     expect("file", 2000, 9, 0);
 }
