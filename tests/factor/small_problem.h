@@ -375,13 +375,14 @@ struct factorization {
     factor_result result = {};
 };
 
-/* An update program for the structure. */
+/* An update program for the structure, if it is worth one. */
 template <typename value_t>
 void add_program(const small_problem<value_t> &q, factorization<value_t> *f)
 {
-    f->program.assign(static_cast<size_t>(update_program_words(q.type, &q.structure)) + 1, -7);
+    f->program.assign(static_cast<size_t>(update_program_words(q.type, &q.structure)), -7);
+    if (f->program.empty()) return;
     build_update_program(q.type, &q.structure, f->scratch.data(), f->program.data());
-    if (f->program.size() > 1) f->input.program = f->program.data();
+    f->input.program = f->program.data();
 }
 
 /* threads: 0 is one thread along an update program. */

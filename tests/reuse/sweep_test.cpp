@@ -77,6 +77,38 @@ TEST_P(sweep_of_solves, backward_error)
     use_threads(-1);
 }
 
+/* Dense leaves below a dense separator that is cut for its width: its pieces are updated together. */
+TEST(wide_supernodes, all_types_and_thread_counts)
+{
+    constexpr int64_t leaf = 40, leaves = 4 * leaf, n = leaves + 420;
+    for (const int64_t type : all_matrix_types) {
+        std::mt19937 random(5);
+        std::uniform_real_distribution<double> u(-1, 1);
+        const bool complex_type = type == 3 || type == 4 || type == -4 || type == 6 || type == 13;
+        entry_map a;
+        for (int64_t i = 0; i < n; ++i) {
+            a[{i, i}] = 2.0 * n;
+            for (int64_t j = 0; j < i; ++j) {
+                const bool apart = i < leaves && i / leaf != j / leaf, thin = i >= leaves && j < leaves && (i + j) % 3 != 0;
+                if (apart || thin) continue;
+                const std::complex<double> v(u(random), complex_type ? u(random) : 0.0);
+                a[{i, j}] = type % 2 == 0 ? v : 0.5 * v;
+                a[{j, i}] = type == 4 || type == -4 ? std::conj(v) : v;
+            }
+        }
+        for (const int32_t threads : {1, 2, 3}) {
+            SCOPED_TRACE(testing::Message() << "type " << type << " threads " << threads);
+            use_threads(threads);
+            session s;
+            iparam_defaults(s.iparam, type);
+            load_entries(&s, type, n, a, 1, 1);
+            ASSERT_EQ(s.call(13), 0);
+            EXPECT_LE(backward_error(a, applied_form(type, 0), n, s.unpack(s.b), s.unpack(s.x)), 1e-14);
+        }
+    }
+    use_threads(-1);
+}
+
 /* Zero diagonals whose partners end up in other supernodes, and no matching: the solution is good, or a count or a code says that it need
    not be, with the exponents of the defaults in single precision as well. */
 TEST(sweep, lost_pivots_are_told)
