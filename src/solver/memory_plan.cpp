@@ -200,8 +200,7 @@ void plan_after_reordering(planner *plan)
         give(plan, array_ready_rows, s->parallel_list_size + 1);
         give(plan, array_status, s->supernodes + 1);
     }
-    if (s->two_level != 0)
-        give(plan, array_cursor, sum(product(s->domains + 1, s->task_bound), 2));
+    if (s->two_level != 0) give(plan, array_cursor, sum(product(s->domains + 1, s->task_bound), 2));
 }
 
 void plan_ooc_tree(planner *plan)
