@@ -42,20 +42,20 @@ update_place locate(thread_space<value_t> *space, target_block<value_t> *target,
 /* v = (first k rows of w) * D of the source's block. 2x2 pivots keep their off-diagonal entry above the diagonal. */
 template <typename value_t, mirror sym>
 void scale_rows(const value_t *block, int64_t ld, int64_t width, const int64_t *pivots, const value_t *w, int64_t ldw, int64_t k,
-                value_t *v)
+                value_t *v, int64_t ldv)
 {
     for (int64_t c = 0; c < width; ++c) {
         if (pivots[c] >= 0) {
             const value_t d = block[c + c * ld];
-            for (int64_t i = 0; i < k; ++i) v[i + c * k] = product(w[i + c * ldw], d);
+            for (int64_t i = 0; i < k; ++i) v[i + c * ldv] = product(w[i + c * ldw], d);
             continue;
         }
         const value_t d1 = block[c + c * ld], d2 = block[c + 1 + (c + 1) * ld], above = block[c + (c + 1) * ld];
         const value_t below = mirrored<sym>(above);
         for (int64_t i = 0; i < k; ++i) {
             const value_t x = w[i + c * ldw], y = w[i + (c + 1) * ldw];
-            v[i + c * k] = product(x, d1) + product(y, below);
-            v[i + (c + 1) * k] = product(x, above) + product(y, d2);
+            v[i + c * ldv] = product(x, d1) + product(y, below);
+            v[i + (c + 1) * ldv] = product(x, above) + product(y, d2);
         }
         ++c;
     }
@@ -78,7 +78,7 @@ void update_side(thread_space<value_t> *space, update_shape shape, const update_
     for (int64_t i = 0; shift > 0 && i < q; ++i) row_position[i] += shift;
 }
 
-/* Segments of one pass over the target. Of paged blocks only one is held at a time: who holds one must not wait for another. */
+/* Segments of one pass over the target. */
 constexpr int64_t segment_limit = 16;
 
 /* One side of a span. For LU only the rows count that the block of a column has: of the square on the lower side, below it on the upper. */
@@ -177,43 +177,12 @@ void close_source(const factor_store<value_t> &store, int64_t source)
     if constexpr (kind == factor_kind::lu) release_block(store, factor_side::upper, source, block_use::read);
 }
 
-/* Sources with all rows of the place, read where they lie. The scaled rows of LDL^T must fit the buffer together. */
-template <typename value_t, factor_kind kind, mirror sym>
-void apply_in_place(factor_run<value_t> *run, thread_space<value_t> *space, const target_block<value_t> &target, const update_place &place,
-                    int64_t count, const int64_t *source)
-{
-    const factor_store<value_t> &store = *run->in->store;
-    const int64_t q = place.rows, k = place.columns;
-    update_segment<value_t> lower[segment_limit], upper[segment_limit];
-    int64_t opened = 0, used = 0;
-    for (; opened < count; ++opened) {
-        source_rows<value_t, kind> rows;
-        if (!open_source<value_t, kind>(run, source[opened], q, &rows)) break;
-        lower[opened] = {rows.w, rows.ld, rows.w, rows.ld, rows.width};
-        if constexpr (kind == factor_kind::ldlt) {
-            value_t *v = space->buffer + used;
-            used += k * rows.width;
-            const int64_t *pivots = store.pivots + (run->s->xsuper[source[opened] - 1] - 1);
-            scale_rows<value_t, sym>(rows.block, rows.ld, rows.width, pivots, rows.w, rows.ld, k, v);
-            lower[opened].v = v;
-            lower[opened].ldv = k;
-        }
-        if constexpr (kind == factor_kind::lu) {
-            lower[opened].v = rows.u;
-            lower[opened].ldv = rows.ldu;
-            upper[opened] = {rows.u + k, rows.ldu, rows.w, rows.ld, rows.width};
-        }
-    }
-    if (opened > 0 && opened == count) update_sides<value_t, kind, sym>(space, target, place, count, lower, upper);
-    for (int64_t i = 0; i < opened; ++i) close_source<value_t, kind>(store, source[i]);
-}
-
 /* Columns of a source into a panel with the q rows of the group: from row i of the list to row relative[list[i] - 1], 0 elsewhere. */
 template <typename value_t>
 void spread_rows(const int64_t *list, int64_t rows, const int64_t *relative, const value_t *from, int64_t ld, int64_t columns, int64_t q,
-                 value_t *to)
+                 value_t *to, int64_t ldto)
 {
-    for (int64_t c = 0; c < columns; ++c, from += ld, to += q) {
+    for (int64_t c = 0; c < columns; ++c, from += ld, to += ldto) {
         if (rows == q) {
             for (int64_t i = 0; i < q; ++i) to[i] = from[i];
             continue;
@@ -223,93 +192,119 @@ void spread_rows(const int64_t *list, int64_t rows, const int64_t *relative, con
     }
 }
 
-/* Depth of a packed panel: beyond it nothing is left to save. */
-constexpr int64_t packed_depth = 128;
+/* Sources gathered for one pass over a target: those that have all rows of the place are read where they lie and stay open, the others are
+   copied side by side. Scaled rows and copies stand in the thread's buffer. */
+template <typename value_t>
+struct update_pass {
+    int64_t segments, used, opened;                                     /* used: entries of the buffer */
+    update_segment<value_t> lower[segment_limit], upper[segment_limit]; /* upper: LU */
+    int64_t source[segment_limit];                                      /* those that are open */
+};
 
-/* Members from `at` on, as many as the buffer takes side by side, as one source. Returns the member to go on with. */
 template <typename value_t, factor_kind kind, mirror sym>
-int64_t apply_packed(factor_run<value_t> *run, thread_space<value_t> *space, const target_block<value_t> &target, const update_place &place,
-                     int64_t at)
+void run_pass(factor_run<value_t> *run, thread_space<value_t> *space, const target_block<value_t> &target, const update_place &place,
+              update_pass<value_t> *pass)
+{
+    if (pass->segments > 0 && !failed(run))
+        update_sides<value_t, kind, sym>(space, target, place, pass->segments, pass->lower, pass->upper);
+    for (int64_t i = 0; i < pass->opened; ++i) close_source<value_t, kind>(*run->in->store, pass->source[i]);
+    pass->segments = pass->used = pass->opened = 0;
+}
+
+/* A source with all rows of the place. */
+template <typename value_t, factor_kind kind, mirror sym>
+void add_in_place(factor_run<value_t> *run, thread_space<value_t> *space, const update_place &place, int64_t source,
+                  update_pass<value_t> *pass)
+{
+    source_rows<value_t, kind> rows;
+    if (!open_source<value_t, kind>(run, source, place.rows, &rows)) return;
+    pass->source[pass->opened++] = source;
+    update_segment<value_t> *lower = &pass->lower[pass->segments];
+    *lower = {rows.w, rows.ld, rows.w, rows.ld, rows.width};
+    if constexpr (kind == factor_kind::ldlt) {
+        value_t *v = space->buffer + pass->used;
+        const int64_t *pivots = run->in->store->pivots + (run->s->xsuper[source - 1] - 1);
+        scale_rows<value_t, sym>(rows.block, rows.ld, rows.width, pivots, rows.w, rows.ld, place.columns, v, place.columns);
+        lower->v = v;
+        lower->ldv = place.columns;
+        pass->used += place.columns * rows.width;
+    }
+    if constexpr (kind == factor_kind::lu) {
+        lower->v = rows.u;
+        lower->ldv = rows.ldu;
+        pass->upper[pass->segments] = {rows.u + place.columns, rows.ldu, rows.w, rows.ld, rows.width};
+    }
+    ++pass->segments;
+}
+
+/* A source with some of the rows, as if it had them all. In the buffer a column has its rows and, behind them, those of the other factor;
+   copies that follow one another are one segment. */
+template <typename value_t, factor_kind kind, mirror sym>
+void add_copied(factor_run<value_t> *run, thread_space<value_t> *space, const update_place &place, const pending_update &one,
+                update_pass<value_t> *pass)
 {
     const supernodal_structure &s = *run->s;
-    const int64_t q = place.rows, k = place.columns;
-    const int64_t column_entries = packed_entries<kind>(q, k);
-    int64_t depth = 0, end = at;
-    for (; end >= 0; end = space->pending[end].next) {
-        const int64_t width = supernode_columns(s, space->pending[end].source);
-        if (depth > 0 && (depth + width > packed_depth || (depth + width) * column_entries > space->buffer_entries)) break;
-        depth += width;
+    const int64_t q = place.rows, k = place.columns, ld = packed_entries<kind>(q, k);
+    const int64_t *list = supernode_row_list(s, one.source) + (supernode_rows(s, one.source) - one.rows);
+    source_rows<value_t, kind> rows;
+    if (!open_source<value_t, kind>(run, one.source, one.rows, &rows)) return;
+    value_t *w = space->buffer + pass->used, *other = kind == factor_kind::cholesky ? w : w + q;
+    spread_rows(list, one.rows, space->relative, rows.w, rows.ld, rows.width, q, w, ld);
+    if constexpr (kind == factor_kind::ldlt) {
+        const int64_t *pivots = run->in->store->pivots + (s.xsuper[one.source - 1] - 1);
+        scale_rows<value_t, sym>(rows.block, rows.ld, rows.width, pivots, w, ld, k, other, ld);
     }
-    value_t *w = space->buffer, *other = w + q * depth;
-    int64_t done = 0;
-    for (int64_t m = at; m != end; m = space->pending[m].next) {
-        const pending_update &one = space->pending[m];
-        const int64_t *list = supernode_row_list(s, one.source) + (supernode_rows(s, one.source) - one.rows);
-        source_rows<value_t, kind> rows;
-        if (!open_source<value_t, kind>(run, one.source, one.rows, &rows)) return -1;
-        spread_rows(list, one.rows, space->relative, rows.w, rows.ld, rows.width, q, w + done * q);
-        if constexpr (kind == factor_kind::ldlt) {
-            const int64_t *pivots = run->in->store->pivots + (s.xsuper[one.source - 1] - 1);
-            scale_rows<value_t, sym>(rows.block, rows.ld, rows.width, pivots, w + done * q, q, k, other + done * k);
-        }
-        if constexpr (kind == factor_kind::lu)
-            spread_rows(list, one.rows, space->relative, rows.u, rows.ldu, rows.width, q, other + done * q);
-        close_source<value_t, kind>(*run->in->store, one.source);
-        done += rows.width;
+    if constexpr (kind == factor_kind::lu) spread_rows(list, one.rows, space->relative, rows.u, rows.ldu, rows.width, q, other, ld);
+    close_source<value_t, kind>(*run->in->store, one.source);
+    pass->used += rows.width * ld;
+
+    update_segment<value_t> *last = pass->segments == 0 ? nullptr : &pass->lower[pass->segments - 1];
+    if (last != nullptr && last->ldw == ld && last->w + last->depth * ld == w) {
+        last->depth += rows.width;
+        pass->upper[pass->segments - 1].depth = last->depth;
+        return;
     }
-    update_segment<value_t> lower = {w, q, w, q, depth}, upper = {};
-    if constexpr (kind == factor_kind::ldlt) lower = {w, q, other, k, depth};
-    if constexpr (kind == factor_kind::lu) {
-        lower = {w, q, other, q, depth};
-        upper = {other + k, q, w, q, depth};
-    }
-    update_sides<value_t, kind, sym>(space, target, place, 1, &lower, &upper);
-    return end;
+    pass->lower[pass->segments] = {w, ld, other, ld, rows.width};
+    pass->upper[pass->segments] = {other + k, ld, w, ld, rows.width};
+    ++pass->segments;
 }
 
 template <typename value_t, factor_kind kind, mirror sym>
 void apply_group(factor_run<value_t> *run, thread_space<value_t> *space, target_block<value_t> *target, const update_group &group)
 {
     const supernodal_structure &s = *run->s;
-    pending_update *pending = space->pending;
+    const pending_update *pending = space->pending;
     const int64_t q = group.rows, k = group.columns;
     const int64_t leader = group.leader < 0 ? 0 : pending[group.leader].source;
     const int64_t *list = leader == 0 ? target->row_list : supernode_row_list(s, leader) + (supernode_rows(s, leader) - q);
     const update_place place = locate(space, target, list, q);
-
-    /* those with all rows, unless a pass over scattered entries costs more than the copy that saves it */
-    constexpr update_costs cost = costs_of<value_t>();
-    const double pass = cost.scattered * update_entries<kind>(q, k), copy = cost.copied * static_cast<double>(q);
     const bool alone = pending[group.first].next < 0;
-    const int64_t most = run->in->store->pager == nullptr ? segment_limit : 1;
-    int64_t full[segment_limit], count = 0, used = 0, packed = -1, tail = -1;
-    for (int64_t m = group.first, next = -1; m >= 0 && !failed(run); m = next) {
-        next = pending[m].next;
-        const int64_t source = pending[m].source, width = supernode_columns(s, source);
-        const bool saves = place.scattered && !alone && static_cast<double>(width) * copy < pass;
-        if (pending[m].rows != q || (saves && width * packed_entries<kind>(q, k) <= space->buffer_entries)) {
-            if (tail >= 0)
-                pending[tail].next = m;
-            else
-                packed = m;
-            pending[m].next = -1;
-            tail = m;
-            continue;
-        }
-        const int64_t needed = kind == factor_kind::ldlt ? k * width : 0;
-        if (needed > space->buffer_entries) fail(run, -2);
-        if (count == most || used + needed > space->buffer_entries) {
-            apply_in_place<value_t, kind, sym>(run, space, *target, place, count, full);
-            count = used = 0;
-        }
-        full[count++] = source;
-        used += needed;
-    }
-    if (count > 0 && !failed(run)) apply_in_place<value_t, kind, sym>(run, space, *target, place, count, full);
-    if (packed < 0) return;
-    const bool renumber = leader != 0 && q != target->rows; /* offsets in the group's rows instead of the target's */
+    const bool renumber = !alone && leader != 0 && q != target->rows; /* offsets in the group's rows instead of the target's */
     for (int64_t i = 0; renumber && i < q; ++i) space->relative[list[i] - 1] = i;
-    for (int64_t m = packed; m >= 0 && !failed(run);) m = apply_packed<value_t, kind, sym>(run, space, *target, place, m);
+
+    /* Of paged blocks only one is held at a time: who holds one must not wait for another. There a copy may save a pass. */
+    constexpr update_costs cost = costs_of<value_t>();
+    const bool paged = run->in->store->pager != nullptr;
+    const double whole_pass = cost.scattered * update_entries<kind>(q, k), copy = cost.copied * static_cast<double>(q);
+    const bool copies_save = paged && place.scattered && !alone;
+    update_pass<value_t> pass;
+    pass.segments = pass.used = pass.opened = 0;
+    for (int64_t m = group.first; m >= 0 && !failed(run); m = pending[m].next) {
+        const int64_t source = pending[m].source, width = supernode_columns(s, source);
+        const int64_t copied = width * packed_entries<kind>(q, k), scaled = kind == factor_kind::ldlt ? width * k : 0;
+        const bool saves = copies_save && static_cast<double>(width) * copy < whole_pass && copied <= space->buffer_entries;
+        const bool in_place = pending[m].rows == q && !saves;
+        const int64_t needed = in_place ? scaled : copied;
+        if (needed > space->buffer_entries) fail(run, -2);
+        if (pass.segments == segment_limit || pass.used + needed > space->buffer_entries || (paged && pass.opened > 0))
+            run_pass<value_t, kind, sym>(run, space, *target, place, &pass);
+        if (failed(run)) break;
+        if (in_place)
+            add_in_place<value_t, kind, sym>(run, space, place, source, &pass);
+        else
+            add_copied<value_t, kind, sym>(run, space, place, pending[m], &pass);
+    }
+    run_pass<value_t, kind, sym>(run, space, *target, place, &pass);
     for (int64_t i = 0; renumber && i < q; ++i) space->relative[list[i] - 1] = place.scattered ? space->row_position[i] : place.offset + i;
 }
 
