@@ -38,6 +38,7 @@ struct dissection_job {
     const idx_t *xadj, *adj;    /* from 0 */
     const idx_t *vertex_weight; /* or null for ones */
     idx_t *order;               /* [n] vertex -> place */
+    idx_t *separator;           /* [n] at the first place of a separator how many vertices it has, 0 elsewhere */
     idx_t *local;               /* [threads * n] zero between leaves: numbers of the vertices in the leaf graph of a thread */
     int64_t *domain_table;      /* pairs counted from 0 */
     int64_t error;
@@ -81,6 +82,7 @@ ctrl_t *make_control(const dissection_job *job, graph_t *graph)
 } // namespace
 
 #include "analysis/node_bisection_body.h"
+#include "analysis/separator_order_body.h"
 
 namespace
 {
@@ -202,6 +204,7 @@ void split_node(dissection_node *node, ctrl_t *ctrl, graph_t **lower, graph_t **
     }
     const idx_t end = node->last;
     for (idx_t i = 0; i < graph->nbnd; ++i) job->order[graph->label[graph->bndind[i]]] = --node->last;
+    if (node->last < end) job->separator[node->last] = end - node->last;
     if (node->slot > 0 && node->width > 0) record_pair(job, node->slot + 1, node->last, end - 1);
     SplitGraphOrder(ctrl, graph, lower, upper);
     FreeGraph(&node->graph);
@@ -424,6 +427,18 @@ void run_tasks(dissection_job *job, reduced_graph *r)
     dissect_in_tasks(root);
 }
 
+/* The separators are ordered when all places are known. Returns 0 or -2. */
+int64_t finish_separators(dissection_job *job)
+{
+    idx_t largest = 1;
+    for (idx_t k = 0; k < job->n; ++k) largest = job->separator[k] > largest ? job->separator[k] : largest;
+    auto *entry = static_cast<separator_vertex *>(service_alloc_direct(static_cast<uint64_t>(largest) * sizeof(separator_vertex), 64));
+    if (entry == nullptr) return -2;
+    order_separators(job->n, job->xadj, job->adj, job->separator, job->order, job->local, entry);
+    service_free_direct(entry);
+    return 0;
+}
+
 /* Words of the narrow form are copies; the wide form works in the given arrays. */
 int64_t dissect_reduced(const dissection_request *request, idx_t *xadj, idx_t *adj)
 {
@@ -438,9 +453,11 @@ int64_t dissect_reduced(const dissection_request *request, idx_t *xadj, idx_t *a
         const uint64_t words = static_cast<uint64_t>(job.n) + 1;
         job.order = static_cast<idx_t *>(service_alloc_direct(words * sizeof(idx_t), 64));
         job.local = static_cast<idx_t *>(service_calloc(static_cast<int64_t>(words) * job.threads, sizeof(idx_t), 64));
-        if (job.order == nullptr || job.local == nullptr) fail_job(&job, -2);
+        job.separator = static_cast<idx_t *>(service_calloc(static_cast<int64_t>(words), sizeof(idx_t), 64));
+        if (job.order == nullptr || job.local == nullptr || job.separator == nullptr) fail_job(&job, -2);
     }
     if (job.error == 0) run_tasks(&job, &r);
+    if (job.error == 0) fail_job(&job, finish_separators(&job));
     if (job.error == 0) {
         if (r.pruned_map != nullptr)
             place_pruned(&r);
@@ -451,6 +468,7 @@ int64_t dissect_reduced(const dissection_request *request, idx_t *xadj, idx_t *a
     }
     if (job.order != nullptr) service_free_direct(job.order);
     if (job.local != nullptr) service_free_direct(job.local);
+    if (job.separator != nullptr) service_free_direct(job.separator);
     wkl_metis_arena_close(&job.arena);
     return job.error;
 }
