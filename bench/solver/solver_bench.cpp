@@ -63,7 +63,7 @@ std::vector<bench_case> all_cases()
 }
 
 struct program_options {
-    bool quick = false;
+    bool quick = false, definite = false;
     std::vector<std::string> files;
     std::string part, csv, into, records, probe, solvers, threads = "1,2";
     int rounds = 0, child_threads = 0;
@@ -128,7 +128,10 @@ int run_child(const program_options &program)
             return 1;
         }
         const std::string name = std::filesystem::path(path).stem().string();
-        const auto measured = hold_contest(make_system(name, bench_group::network, 11, market_expand(matrix)), options);
+        const bench_group group = matrix.rows < 5000 ? bench_group::small_definite : bench_group::definite;
+        const auto measured = hold_contest(program.definite ? make_system(name, group, 2, matrix)
+                                                            : make_system(name, bench_group::network, 11, market_expand(matrix)),
+                                           options);
         records.insert(records.end(), measured.begin(), measured.end());
         if (!write_records(program.records, machine, records)) return 1;
     }
@@ -157,6 +160,7 @@ bool run_with_threads(const program_options &program, const std::string &threads
         std::vector<std::string> words = {"solver_bench", "--child-threads", threads, "--records", records};
         const std::string rounds = std::to_string(program.rounds);
         if (program.quick) words.push_back("--quick");
+        if (program.definite) words.push_back("--definite");
         if (!program.part.empty()) words.insert(words.end(), {"--case", program.part});
         if (!program.solvers.empty()) words.insert(words.end(), {"--solvers", program.solvers});
         for (const std::string &path : program.files) words.insert(words.end(), {"--file", path});
@@ -329,7 +333,8 @@ int main(int argc, char **argv)
     CLI::App app("Speed of the solver beside those of others", "solver_bench");
     app.add_flag("-q,--quick", program.quick, "Small sizes, under a minute");
     app.add_option("-c,--case", program.part, "Only cases whose name holds this text");
-    app.add_option("-f,--file", program.files, "Real general matrices, Matrix Market; alone, or before the cases of --case");
+    app.add_option("-f,--file", program.files, "Real matrices, Matrix Market; alone, or before the cases of --case");
+    app.add_flag("-d,--definite", program.definite, "The files are symmetric positive definite; otherwise taken as general");
     app.add_option("-s,--solvers", program.solvers, "Only solvers whose names hold one of these texts, separated by commas");
     app.add_option("-r,--rounds", program.rounds, "Rounds of each measurement");
     app.add_option("-t,--threads", program.threads, "1, 2 or 1,2");
