@@ -1,6 +1,6 @@
 #include <cmath>
 
-#include "analysis/matching.h"
+#include "analysis/matching_depth.h"
 
 static constexpr double unreached = HUGE_VAL;
 
@@ -107,6 +107,18 @@ static void begin_on_tight_entries(const cost_rows &rows, row_matching *matching
     }
 }
 
+/* The matching on tight entries made as large as it can be, before the searches by length: where many entries cost the same, each of those
+   would go through a good part of the matrix. 27-point grid of 35^3 with a small diagonal: analysis 4.6 s without, 0.5 s with this. */
+static void extend_on_tight_entries(const cost_rows &rows, row_matching *matching, const double *u, const double *v, int64_t *work)
+{
+    const int64_t n = rows.n, most_passes = 32;
+    const depth_search search = make_depth_search(n, work);
+    const auto tight = [&](int64_t i, int64_t p) { return !(rows.cost[p - 1] - v[rows.column[p - 1] - 1] > u[i - 1]); };
+    for (int64_t i = 0; i < n; ++i) search.ahead[i] = rows.start[i];
+    for (int64_t pass = 1; pass <= most_passes && matching->count < n; ++pass)
+        if (augment_free_rows(rows, matching, tight, pass, search) == 0) return;
+}
+
 /* Dijkstra's method from the free row root over reduced costs. Returns the nearest free column, 0 none; *length is its distance. */
 static int64_t find_path(const cost_rows &rows, const row_matching &matching, const double *u, const double *v, int64_t root,
                          path_search *search, double *length)
@@ -194,9 +206,11 @@ void shortest_path_matching(const cost_rows &rows, row_matching *matching, doubl
     path_search search = {reinterpret_cast<double *>(work), work + n, work + 2 * n, work + 3 * n, work + 4 * n, 0, 0, 0};
     first_duals(rows, v);
     begin_on_tight_entries(rows, matching, u, v, search.order);
+    extend_on_tight_entries(rows, matching, u, v, work);
     if (!augment_all(rows, matching, u, v, &search, passes * (rows.start[n] - 1))) {
         improve_duals(rows, v, search.via_edge);
         begin_on_tight_entries(rows, matching, u, v, search.order);
+        extend_on_tight_entries(rows, matching, u, v, work);
         augment_all(rows, matching, u, v, &search, INT64_MAX);
     }
     /* The duals of the rows afresh: exactly tight where that can be, otherwise (columns were skipped as dead) at least feasible. */
