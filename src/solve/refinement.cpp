@@ -59,18 +59,14 @@ static double compute_residual(const refinement_run<value_t> *run)
 {
     const int64_t nb = run->correction_solve.nb;
     if (run->wide_solution != nullptr) return extended_residual(run->matrix, nb, run->rhs, run->wide_solution, run->scratch, run->residual);
-    multiply_matrix(run->matrix, nb, run->solution, run->correction);
-    for (int64_t i = 0; i < run->count; ++i) run->residual[i] = run->rhs[i] - run->correction[i];
-    return sum_of_moduli(run->count, run->residual);
+    return plain_residual(run->matrix, nb, run->rhs, run->solution, run->correction, run->residual);
 }
 
+/* Returns the sum of the moduli of the correction. */
 template <typename value_t>
-static void add_correction(const refinement_run<value_t> *run)
+static double add_correction(const refinement_run<value_t> *run)
 {
-    if (run->wide_solution == nullptr) {
-        for (int64_t i = 0; i < run->count; ++i) run->solution[i] += run->correction[i];
-        return;
-    }
+    if (run->wide_solution == nullptr) return add_vector(run->count, run->correction, run->solution);
     using real_t = real_of<value_t>;
     for (int64_t i = 0; i < run->count; ++i) {
         run->wide_solution[i] += extended_of<value_t>(run->correction[i]);
@@ -80,6 +76,7 @@ static void add_correction(const refinement_run<value_t> *run)
         else
             run->solution[i] = static_cast<real_t>(run->wide_solution[i]);
     }
+    return sum_of_moduli(run->count, run->correction);
 }
 
 /* After step k: does the loop go on? previous is the residual sum of the last step that contracted. */
@@ -115,8 +112,7 @@ int64_t refine_solution(const solve_input<value_t> *solve, const residual_matrix
         const double residual = compute_residual(&run);
         const int64_t failed = solution_step(&run.correction_solve);
         if (failed != 0) return failed;
-        add_correction(&run);
-        const double correction = sum_of_moduli(run.count, run.correction);
+        const double correction = add_correction(&run);
         result->residual = relative ? residual / sum_rhs : residual;
         result->correction = relative ? correction / sum_x : sum_x;
         if (!std::isfinite(residual) || !std::isfinite(correction)) return -112; /* no later step can mend this */

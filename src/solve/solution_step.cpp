@@ -70,6 +70,20 @@ static void look_up_rows(const transfer_rule &rule, int64_t start, transfer_bloc
 
 enum class direction { gather, scatter };
 
+/* Call move with what becomes of an entry on its way, given the factor of a place. */
+template <typename value_t, typename factor_type, typename move_type>
+static inline void choose_change(const transfer_rule &rule, const factor_type &factor, const move_type &move)
+{
+    if (rule.scale == nullptr && !rule.conjugate)
+        move([](const value_t &v, int64_t) { return v; });
+    else if (rule.scale == nullptr)
+        move([](const value_t &v, int64_t) { return conjugated(v); });
+    else if (!rule.conjugate)
+        move([&](const value_t &v, int64_t i) { return v * factor(i); });
+    else
+        move([&](const value_t &v, int64_t i) { return conjugated(v) * factor(i); });
+}
+
 /* Vectors k .. k + vectors - 1 for the rows of a block: entry i of vector k between inside[i * stride + k] and outside[k * n + index[i]].
  */
 template <direction way, int64_t vectors, typename value_t>
@@ -86,20 +100,33 @@ static inline void transfer_entries(const transfer_rule &rule, const transfer_bl
                     out = changed(in, i);
             }
     };
-    if (rule.scale == nullptr && !rule.conjugate)
-        move([](const value_t &v, int64_t) { return v; });
-    else if (rule.scale == nullptr)
-        move([](const value_t &v, int64_t) { return conjugated(v); });
-    else if (!rule.conjugate)
-        move([&](const value_t &v, int64_t i) { return v * block.factor[i]; });
-    else
-        move([&](const value_t &v, int64_t i) { return conjugated(v) * block.factor[i]; });
+    choose_change<value_t>(rule, [&](int64_t i) { return block.factor[i]; }, move);
+}
+
+/* One vector: the places are not kept, which would take longer than the transfer. */
+template <direction way, typename value_t>
+static void transfer_vector(const transfer_rule &rule, int64_t n, value_t *x, value_t *outside)
+{
+    const int64_t *const perm = rule.perm, *const row_order = rule.row_order;
+    const double *const scale = rule.scale;
+    const bool divide = rule.divide;
+    const auto move = [&](const auto &changed) {
+        for (int64_t i = rule.first_row; i <= n; ++i) {
+            const int64_t column = perm[i - 1], at = (row_order == nullptr ? column : row_order[column - 1]) - 1;
+            if constexpr (way == direction::gather)
+                x[i] = changed(outside[at], at);
+            else
+                outside[at] = changed(x[i], at);
+        }
+    };
+    choose_change<value_t>(rule, [=](int64_t at) { return static_cast<real_of<value_t>>(divide ? 1.0 / scale[at] : scale[at]); }, move);
 }
 
 /* Entry i of vector k at x[i * stride + k], i = first_row..n; vector k of the caller's at outside + k * n. */
 template <direction way, typename value_t>
 static void transfer_vectors(const transfer_rule &rule, int64_t n, int64_t width, int64_t stride, value_t *x, value_t *outside)
 {
+    if (stride == 1) return transfer_vector<way>(rule, n, x, outside);
     transfer_block<value_t> block;
     for (int64_t start = rule.first_row; start <= n; start += transfer_rows) {
         block.count = start + transfer_rows <= n + 1 ? transfer_rows : n + 1 - start;

@@ -152,6 +152,13 @@ void exchange_rows(int64_t columns, const int64_t *pivots, bool undo, int64_t wi
 /* y = op(A) x for each of nb columns, A as the caller gave it. */
 template <typename value_t>
 void multiply_matrix(const residual_matrix<value_t> *matrix, int64_t nb, const value_t *x, value_t *y);
+/* residual = rhs - op(A) x for each of nb columns; scratch: as long as residual. Returns the sum of the residual's moduli. */
+template <typename value_t>
+double plain_residual(const residual_matrix<value_t> *matrix, int64_t nb, const value_t *rhs, const value_t *x, value_t *scratch,
+                      value_t *residual);
+/* to += v. Returns the sum of the moduli of v. */
+template <typename value_t>
+double add_vector(int64_t count, const value_t *v, value_t *to);
 
 /* residual = rhs - op(A) * x for an extended x, exact to about twice the extended digits, then rounded once per entry. Returns the sum of
    the absolute values of the rounded residual's real components. */
