@@ -50,8 +50,9 @@ int64_t build_position_map(const position_map_input *input, position_map *map);
 
 /* 32-bit words of the program for a structure with narrow supernodes; 0 when it would not pay. */
 int64_t update_program_words(int64_t matrix_type, const supernodal_structure *structure);
-/* scratch: supernodes words */
-void build_update_program(int64_t matrix_type, const supernodal_structure *structure, int64_t *scratch, int32_t *program);
+/* words: of the program, as counted above; map: read for LU; scratch: supernodes words */
+void build_update_program(int64_t matrix_type, const supernodal_structure *structure, const position_map *map, int64_t words,
+                          int64_t *scratch, int32_t *program);
 
 /* ---- factorization -------------------------------------------------------------------------------------------------------------- */
 

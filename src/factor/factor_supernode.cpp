@@ -2,6 +2,8 @@
 #include "factor/factor_run.h"
 #include "factor/value_helpers.h"
 
+#include <limits>
+
 /* The diagonal block of a supernode and the panels beside it. */
 
 namespace
@@ -42,7 +44,8 @@ void factor_cholesky(factor_run<value_t> *run, thread_space<value_t> *space, tar
         }
         const real_of<value_t> root = std::sqrt(d);
         target->lower[0] = value_t(root);
-        for (int64_t i = 1; i < target->rows; ++i) target->lower[i] /= root;
+        const real_of<value_t> inverse = 1 / root; /* normal, since no root is as small or as large as its square may be */
+        for (int64_t i = 1; i < target->rows; ++i) target->lower[i] *= inverse;
         ++space->positive;
         return;
     }
@@ -105,16 +108,18 @@ void divide_by_pivots(const int64_t *pivots, int64_t columns, const value_t *blo
     }
 }
 
-/* x = x / pivot. A complex division calls a routine for each. */
+/* x = x / pivot. Divisions are slow, complex ones call a routine for each: the pivot is inverted, unless the inverse is not a normal
+   number. */
 template <typename value_t>
 void divide_column(int64_t rows, const value_t &pivot, value_t *x)
 {
-    if constexpr (std::is_floating_point_v<value_t>) {
+    using limits = std::numeric_limits<real_of<value_t>>;
+    const value_t inverse = value_t(1) / pivot;
+    if (std::is_floating_point_v<value_t> && !(size_of(pivot) >= limits::min() && size_of(inverse) >= limits::min())) {
         for (int64_t i = 0; i < rows; ++i) x[i] /= pivot;
-    } else {
-        const value_t inverse = value_t(1) / pivot;
-        for (int64_t i = 0; i < rows; ++i) x[i] = product(x[i], inverse);
+        return;
     }
+    for (int64_t i = 0; i < rows; ++i) x[i] = product(x[i], inverse);
 }
 
 /* Panels with fewer entries are solved here: the kernels take longer to start. A refactorization of memplus (18,000 unknowns) takes 2.9 ms

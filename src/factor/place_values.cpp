@@ -33,54 +33,61 @@ struct side_map {
     int64_t base;
 };
 
-/* What a supernode's entries are placed with. */
+/* What the entries of one side are placed with. A given entry has the row factor of its row and the column factor of its column: that of
+   factor column c stands in own (for the upper side c is the row), the other one in scale. Transposed images have them the other way
+   around. */
 template <typename value_t>
 struct placing {
     const factor_input<value_t> *in;
     bool conjugate;
     bool upper;
+    const double *scale;
     int64_t last; /* place of the side's last entry */
 };
 
-/* The entries of one column. The given row and column of an entry in factor column c: on the lnz side c is the column and map_col the row,
-   swapped for transposed images and on the unz side. own_row, own_column: the factors of c. */
-template <typename value_t, bool with_scaling, bool ahead>
-void place_column(const placing<value_t> &how, const side_map &side, int64_t begin, int64_t end, double own_row, double own_column,
+/* The entries of one column. images: a transposed image has a destination below 1. */
+template <typename value_t, bool images, bool with_scaling, bool ahead>
+void place_column(const placing<value_t> &how, const side_map &side, int64_t begin, int64_t end, double own, double own_of_images,
                   value_t *block)
 {
     /* Columns are short. Without a look ahead a refactorization of memplus takes a sixth longer. */
     constexpr int64_t places_ahead = 24;
-    const factor_input<value_t> &in = *how.in;
-    const value_t *const a = in.a;
+    const value_t *const a = how.in->a;
+    const double *const scale = how.scale;
     for (int64_t p = begin; p < end; ++p) {
-        const int64_t dest = side.dest[p];
+        int64_t dest = side.dest[p];
         if constexpr (ahead) {
             const int64_t later = p + places_ahead < how.last ? p + places_ahead : how.last;
             __builtin_prefetch(&a[side.src[later] - 1]);
-            if constexpr (with_scaling) __builtin_prefetch(&(how.upper ? in.scale_col : in.scale_row)[side.col[later] - 1]);
+            if constexpr (with_scaling) __builtin_prefetch(&scale[side.col[later] - 1]);
         }
-        const bool image = dest < 1;
+        const bool image = images && dest < 1;
         value_t x = a[side.src[p] - 1];
         if constexpr (with_scaling) {
             const int64_t other = side.col[p] - 1;
-            x = how.upper || image ? scaled(x, own_row, in.scale_col[other]) : scaled(x, in.scale_row[other], own_column);
+            x = image ? scaled(x, own_of_images, how.in->scale_col[other]) : scaled(x, scale[other], own);
         }
-        block[(image ? -dest : dest) - side.base] = image && how.conjugate ? conjugated(x) : x;
+        if (image) {
+            dest = -dest;
+            if (how.conjugate) x = conjugated(x);
+        }
+        block[dest - side.base] = x;
     }
 }
 
-template <typename value_t, bool with_scaling, bool ahead>
+template <typename value_t, bool images, bool with_scaling, bool ahead>
 void place_side(const placing<value_t> &how, const side_map &side, const int64_t *perm, int64_t first, int64_t columns, value_t *block)
 {
     const factor_input<value_t> &in = *how.in;
     for (int64_t c = first; c < first + columns; ++c) {
-        double own_row = 1, own_column = 1;
+        double own = 1, own_of_images = 1;
         if constexpr (with_scaling) {
             const int64_t given = perm[c - 1];
-            own_row = in.scale_row[(in.row_order == nullptr ? given : in.row_order[given - 1]) - 1];
-            own_column = in.scale_col[given - 1];
+            const auto own_row = [&] { return in.scale_row[(in.row_order == nullptr ? given : in.row_order[given - 1]) - 1]; };
+            own = how.upper ? own_row() : in.scale_col[given - 1];
+            if constexpr (images) own_of_images = own_row();
         }
-        place_column<value_t, with_scaling, ahead>(how, side, side.start[c - 1] - 1, side.start[c] - 1, own_row, own_column, block);
+        place_column<value_t, images, with_scaling, ahead>(how, side, side.start[c - 1] - 1, side.start[c] - 1, own, own_of_images, block);
     }
 }
 
@@ -106,18 +113,20 @@ void fill_side(const factor_run<value_t> *run, const side_map &side, int64_t fir
     if (entries < 1) return;
     std::memset(static_cast<void *>(block), 0, static_cast<size_t>(entries) * sizeof(value_t));
     constexpr int64_t near_entries = 16384;
-    const bool far = run->in->nnz_a > near_entries;
-    const placing<value_t> how = {run->in, run->hermitian, upper, side.start[run->s->neqns] - 2};
-    const int64_t *const perm = run->s->perm;
-    if (run->in->scaling_on != 0) {
+    const factor_input<value_t> &in = *run->in;
+    const bool far = in.nnz_a > near_entries;
+    const placing<value_t> how = {&in, run->hermitian, upper, upper ? in.scale_col : in.scale_row, side.start[run->s->neqns] - 2};
+    const auto place = [&](auto images, auto with_scaling) {
+        constexpr bool image = decltype(images)::value, scale = decltype(with_scaling)::value;
         if (far)
-            place_side<value_t, true, true>(how, side, perm, first, columns, block);
+            place_side<value_t, image, scale, true>(how, side, run->s->perm, first, columns, block);
         else
-            place_side<value_t, true, false>(how, side, perm, first, columns, block);
-    } else if (far)
-        place_side<value_t, false, true>(how, side, perm, first, columns, block);
+            place_side<value_t, image, scale, false>(how, side, run->s->perm, first, columns, block);
+    };
+    if (run->two_sides)
+        in.scaling_on != 0 ? place(std::false_type{}, std::true_type{}) : place(std::false_type{}, std::false_type{});
     else
-        place_side<value_t, false, false>(how, side, perm, first, columns, block);
+        in.scaling_on != 0 ? place(std::true_type{}, std::true_type{}) : place(std::true_type{}, std::false_type{});
 }
 
 /* Both sides of some columns that follow each other; lower and upper are the places of their first entries. */

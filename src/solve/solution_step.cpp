@@ -100,7 +100,8 @@ static inline void transfer_entries(const transfer_rule &rule, const transfer_bl
                     out = changed(in, i);
             }
     };
-    choose_change<value_t>(rule, [&](int64_t i) { return block.factor[i]; }, move);
+    choose_change<value_t>(
+        rule, [&](int64_t i) { return block.factor[i]; }, move);
 }
 
 /* One vector: the places are not kept, which would take longer than the transfer. */
@@ -119,7 +120,8 @@ static void transfer_vector(const transfer_rule &rule, int64_t n, value_t *x, va
                 outside[at] = changed(x[i], at);
         }
     };
-    choose_change<value_t>(rule, [=](int64_t at) { return static_cast<real_of<value_t>>(divide ? 1.0 / scale[at] : scale[at]); }, move);
+    choose_change<value_t>(
+        rule, [=](int64_t at) { return static_cast<real_of<value_t>>(divide ? 1.0 / scale[at] : scale[at]); }, move);
 }
 
 /* Entry i of vector k at x[i * stride + k], i = first_row..n; vector k of the caller's at outside + k * n. */

@@ -154,7 +154,8 @@ void prepare_numeric(solver_call *call)
     control->internal_code = map_values(call, &structure);
     if (control->internal_code != code_none) return;
     if (control->program_words > 0) {
-        build_update_program(control->matrix_type, &structure, stage_words(call->state, array_scratch_a),
+        const position_map map = stage_position_map(call->state);
+        build_update_program(control->matrix_type, &structure, &map, control->program_words, stage_words(call->state, array_scratch_a),
                              static_cast<int32_t *>(get_from_c_structure(array_program, call->state)));
     }
     control->independent_blocks = control->mode_two = 1;

@@ -381,7 +381,7 @@ void add_program(const small_problem<value_t> &q, factorization<value_t> *f)
 {
     f->program.assign(static_cast<size_t>(update_program_words(q.type, &q.structure)), -7);
     if (f->program.empty()) return;
-    build_update_program(q.type, &q.structure, f->scratch.data(), f->program.data());
+    build_update_program(q.type, &q.structure, &f->map, static_cast<int64_t>(f->program.size()), f->scratch.data(), f->program.data());
     f->input.program = f->program.data();
 }
 
