@@ -50,9 +50,14 @@ int64_t build_position_map(const position_map_input *input, position_map *map);
 
 /* 32-bit words of the program for a structure with narrow supernodes; 0 when it would not pay. */
 int64_t update_program_words(int64_t matrix_type, const supernodal_structure *structure);
-/* words: of the program, as counted above; map: read for LU; scratch: supernodes words */
-void build_update_program(int64_t matrix_type, const supernodal_structure *structure, const position_map *map, int64_t words,
-                          int64_t *scratch, int32_t *program);
+struct update_program_input {
+    int64_t matrix_type;
+    const supernodal_structure *structure;
+    const position_map *map;                    /* read for LU */
+    int64_t words;                              /* of the program, as counted above */
+    int64_t *scratch_a, *scratch_b, *scratch_c; /* [supernodes] */
+};
+void build_update_program(const update_program_input *input, int32_t *program);
 
 /* ---- factorization -------------------------------------------------------------------------------------------------------------- */
 

@@ -41,61 +41,44 @@ void apply_word(const factor_store<value_t> &store, const target_block<value_t> 
     subtract_source<kind, sym>(from, target, [=](int64_t i) { return static_cast<int64_t>(place[i]); });
 }
 
-/* Listed rows of a panel's columns, times a factor for each of the columns. */
-template <int64_t width, typename value_t>
-inline void subtract_listed(const int32_t *entry, const int32_t *end, const value_t *panel, int64_t ld, const value_t *factor,
-                            value_t *column)
+/* The small and the large updates of the next target of a triangle; returns the word behind them. */
+template <typename value_t, factor_kind kind, mirror sym>
+const int32_t *update_triangle(factor_run<value_t> *run, thread_space<value_t> *space, target_block<value_t> *target, const int32_t *word)
 {
-    bool zero = true;
-    for (int64_t c = 0; c < width; ++c) zero = zero && factor[c] == value_t(0);
-    if (zero) return;
-    for (; entry < end; ++entry) {
-        const auto packed = static_cast<uint32_t>(*entry);
-        const value_t *const w = panel + (packed & 255);
-        value_t &to = column[packed >> 8];
-        value_t rest = to - product(w[0], factor[0]);
-        for (int64_t c = 1; c < width; ++c) rest -= product(w[c * ld], factor[c]);
-        to = rest;
+    const int32_t *const end = word + 1 + *word;
+    for (++word; word < end;) {
+        if (word[program_width] == 0) {
+            apply_update<value_t, kind, sym>(run, space, target, word[program_source], word[program_rows]);
+            word += program_large_words;
+            continue;
+        }
+        apply_word<value_t, kind, sym>(*run->in->store, *target, word);
+        word += program_places + word[program_rows];
     }
+    return end;
 }
 
-/* Columns of one side of the target: for each entry of `across`, the products with `along`. Their columns are ld_target long. */
-template <int64_t width, typename value_t>
-inline void subtract_side(const int32_t *across, const int32_t *across_end, const value_t *factors, int64_t ld_factors,
-                          const int32_t *along, const int32_t *along_end, const value_t *panel, int64_t ld, value_t *target,
-                          int64_t ld_target)
-{
-    for (; across < across_end; ++across) {
-        const auto packed = static_cast<uint32_t>(*across);
-        value_t factor[width];
-        for (int64_t c = 0; c < width; ++c) factor[c] = factors[c * ld_factors + (packed & 255)];
-        subtract_listed<width>(along, along_end, panel, ld, factor, target + static_cast<int64_t>(packed >> 8) * ld_target);
-    }
-}
-
-template <int64_t width, typename value_t>
-inline void subtract_both(const target_block<value_t> &target, const int32_t *word, const value_t *lower, const value_t *upper)
-{
-    const listed_counts count = unpack_counts(word[program_counts]);
-    const int32_t *const row = word + program_places, *const column = row + count.rows, *const end = column + count.columns;
-    const int32_t *const beyond = column + count.own_columns;
-    const int64_t ld = word[program_ld], ldu = ld - word[program_width];
-    subtract_side<width>(column, beyond, upper, ldu, row, column, lower, ld, target.lower, target.rows);
-    if (beyond == end) return;
-    subtract_side<width>(row, row + count.own_rows, lower, ld, beyond, end, upper, ldu, target.upper, target.rows - target.columns);
-}
-
-/* LU */
+/* to -= from * factor. `changed` holds the first two. */
 template <typename value_t>
-void apply_listed(const factor_store<value_t> &store, const target_block<value_t> &target, const int32_t *word)
+inline const int32_t *subtract_products(int64_t count, const int32_t *word, value_t *changed, const value_t *other)
 {
-    const value_t *lower = store.lnz + word[program_lower], *upper = store.unz + word[program_upper];
-    const int64_t width = word[program_width], ld = word[program_ld], ldu = ld - width;
-    if (width == 1) return subtract_both<1>(target, word, lower, upper); /* most */
-    int64_t c = 0;
-    for (; c + 4 <= width; c += 4) subtract_both<4>(target, word, lower + c * ld, upper + c * ldu);
-    for (; c + 2 <= width; c += 2) subtract_both<2>(target, word, lower + c * ld, upper + c * ldu);
-    if (c < width) subtract_both<1>(target, word, lower + c * ld, upper + c * ldu);
+    for (const int32_t *const end = word + count * product_words; word < end; word += product_words)
+        changed[word[0]] -= product(changed[word[1]], other[word[2]]);
+    return word;
+}
+
+/* The same for LU. */
+template <typename value_t, mirror sym>
+const int32_t *update_both_sides(factor_run<value_t> *run, thread_space<value_t> *space, target_block<value_t> *target, const int32_t *word)
+{
+    const factor_store<value_t> &store = *run->in->store;
+    const int64_t lower = word[products_lower], upper = word[products_upper], large = word[products_large];
+    word += product_target_words;
+    word = subtract_products(lower, word, store.lnz, store.unz);
+    word = subtract_products(upper, word, store.unz, store.lnz);
+    for (const int32_t *const end = word + large * large_update_words; word < end; word += large_update_words)
+        apply_update<value_t, factor_kind::lu, sym>(run, space, target, word[1], word[0]);
+    return word;
 }
 
 } // namespace
@@ -104,7 +87,6 @@ template <typename value_t, factor_kind kind, mirror sym>
 void program_driver(factor_run<value_t> *run, void *work)
 {
     const supernodal_structure &s = *run->s;
-    const factor_store<value_t> &store = *run->in->store;
     const bool each_block = run->in->single_thread != 1 && run->in->lists->two_level == 0; /* tell the hook of each, as that region does */
     thread_space<value_t> space;
     bind_thread_space(run, 1, work, &space);
@@ -113,19 +95,10 @@ void program_driver(factor_run<value_t> *run, void *work)
     for (int64_t number = 1; number <= s.supernodes && !failed(run); ++number) {
         target_block<value_t> target;
         bind_target<value_t, kind>(*run, number, &target);
-        const int32_t *const end = word + 1 + *word;
-        for (++word; word < end;) {
-            if (word[program_width] == 0) {
-                apply_update<value_t, kind, sym>(run, &space, &target, word[program_source], word[program_rows]);
-                word += program_large_words;
-                continue;
-            }
-            if constexpr (kind == factor_kind::lu)
-                apply_listed(store, target, word);
-            else
-                apply_word<value_t, kind, sym>(store, target, word);
-            word += program_places + word[program_rows];
-        }
+        if constexpr (kind == factor_kind::lu)
+            word = update_both_sides<value_t, sym>(run, &space, &target, word);
+        else
+            word = update_triangle<value_t, kind, sym>(run, &space, &target, word);
         if (space.pending_count > 0) flush_updates<value_t, kind, sym>(run, &space, &target);
         if (failed(run)) return;
         factor_supernode<value_t, kind, sym>(run, &space, &target);

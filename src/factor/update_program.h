@@ -1,7 +1,8 @@
 /* The updates of a factorization with narrow supernodes, written down once for an analysis, so that a factorization looks nothing up: where
    most updates are a few products, finding their places takes longer than the products.
 
-   The program is a list of 32-bit words: the kind of the factors, since it says which updates are small, then the targets. A target has
+   A program is a list of 32-bit words: the kind of the factors, since the updates are written down differently, then the targets in order.
+   One triangle (Cholesky, LDL^T): a target has
        words          of all its updates, which follow
        an update, sources ascending:
          width        columns of the source; 0 for an update that is not small, of which only the next two words are there
@@ -9,22 +10,14 @@
          source       only with width 0
          columns      k: the rows among them that are columns of the target
          lower        place in lnz, from 0, of the first of the rows
-         upper        place in unz of the same row
          ld           leading dimension of the source's block of lnz
          place[q]     offset of each row in the row list of the target
-
-   LU leaves out what is zero in every factorization. The storage is that of the symmetrised pattern; a row of L or a column of U of a
-   source takes part when the given entries, or the updates of the source by others, can reach it. The exchanges inside a diagonal block mix
-   no more than the rows and columns of one supernode, so that a supernode's rows and columns are told apart, but not the entries of a row.
-   Its small updates have, from the second word on,
-         rows         words of both lists
-         counts       l + 256 lk + 65536 u + 16777216 uk: rows of L and columns of U that take part, and how many of them are columns and
-                      rows of the target
-         lower, upper, ld as above
-         row[l], column[u]: the number from 0 among the q rows, plus 256 times the place; the place is that in the target's row list, of
-                      the columns behind the first uk counted from the end of its diagonal block
-   and an update without a product is not there. At the end of the program stands a byte for each word of the row lists, which says whether
-   that row of L and that column of U can hold anything. */
+   LU: a target has
+       lower, upper   products that change its block of lnz and that of unz
+       large          updates of too many products
+       product[lower + upper]: to, from, factor: places from 0, of `to` and `from` on the changed side, of `factor` on the other one
+       update[large]: rows, source
+   At the end stands a byte for each word of the row lists, which says whether that row of L and that column of U can hold anything. */
 #pragma once
 
 #include "factor/factor_run.h"
@@ -34,34 +27,54 @@ enum program_word : int64_t {
     program_rows,
     program_columns,
     program_lower,
-    program_upper,
     program_ld,
     program_places,
     program_source = program_columns,
-    program_counts = program_columns,
     program_large_words = 3
 };
-/* A listed update: most rows, whose numbers are bytes, and most rows of a target. */
-inline constexpr int64_t program_most_rows = 255, program_most_places = int64_t{1} << 23;
-struct listed_counts {
-    int64_t rows, own_rows, columns, own_columns;
-};
-inline int32_t pack_counts(const listed_counts &c)
-{
-    return static_cast<int32_t>(static_cast<uint32_t>(c.rows | c.own_rows << 8 | c.columns << 16 | c.own_columns << 24));
-}
-inline listed_counts unpack_counts(int32_t word)
-{
-    const auto packed = static_cast<uint32_t>(word);
-    return {packed & 255, packed >> 8 & 255, packed >> 16 & 255, packed >> 24};
-}
-inline int32_t pack_place(int64_t number, int64_t place)
-{
-    return static_cast<int32_t>(number | place << 8);
-}
+
+enum product_target_word : int64_t { products_lower, products_upper, products_large, product_target_words };
+inline constexpr int64_t product_words = 3, large_update_words = 2;
+inline constexpr int32_t program_void = -1; /* in place of the kind: did not fit */
 
 /* Made for this kind? The sign of the type may change between two factorizations. */
 inline bool program_fits(const int32_t *program, factor_kind kind)
 {
     return program != nullptr && program[0] == static_cast<int32_t>(kind);
 }
+
+/* One update: the last q rows of the source's list, the first k of them columns of the target. */
+struct program_update {
+    int64_t source, target, q, k, width;
+    const int64_t *list; /* [q] */
+};
+
+/* Call visit for each update, sources ascending. */
+template <typename visit_type>
+inline void for_each_update(const supernodal_structure &s, const visit_type &visit)
+{
+    for (int64_t source = 1; source <= s.supernodes; ++source) {
+        const int64_t rows = supernode_rows(s, source), width = supernode_columns(s, source), *list = supernode_row_list(s, source);
+        for (int64_t i = width, k = 0; i < rows; i += k) {
+            const int64_t target = s.snode[list[i] - 1], end_column = s.xsuper[target];
+            for (k = 1; i + k < rows && list[i + k] < end_column;) ++k;
+            visit(program_update{source, target, rows - i, k, width, list + i});
+        }
+    }
+}
+
+/* place(i, offset) for each row of an update: its offset in the row list of the target. Both lists ascend. */
+template <typename place_type>
+inline void for_each_place(const supernodal_structure &s, const program_update &u, const place_type &place)
+{
+    const int64_t *row = supernode_row_list(s, u.target);
+    int64_t at = 0;
+    for (int64_t i = 0; i < u.q; ++i) {
+        while (row[at] < u.list[i]) ++at;
+        place(i, at);
+    }
+}
+
+/* The program of LU: words that it may need, and the program. */
+int64_t product_program_words(const supernodal_structure &s, int64_t most_words);
+void build_product_program(const update_program_input &in, int32_t *program);

@@ -155,8 +155,14 @@ void prepare_numeric(solver_call *call)
     if (control->internal_code != code_none) return;
     if (control->program_words > 0) {
         const position_map map = stage_position_map(call->state);
-        build_update_program(control->matrix_type, &structure, &map, control->program_words, stage_words(call->state, array_scratch_a),
-                             static_cast<int32_t *>(get_from_c_structure(array_program, call->state)));
+        const update_program_input input = {control->matrix_type,
+                                            &structure,
+                                            &map,
+                                            control->program_words,
+                                            stage_words(call->state, array_scratch_a),
+                                            stage_words(call->state, array_ordering_lists),
+                                            stage_words(call->state, array_scratch_b)};
+        build_update_program(&input, static_cast<int32_t *>(get_from_c_structure(array_program, call->state)));
     }
     control->independent_blocks = control->mode_two = 1;
     if (control->sequential_analysis == 0) build_lists(call, &structure);

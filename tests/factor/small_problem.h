@@ -381,7 +381,15 @@ void add_program(const small_problem<value_t> &q, factorization<value_t> *f)
 {
     f->program.assign(static_cast<size_t>(update_program_words(q.type, &q.structure)), -7);
     if (f->program.empty()) return;
-    build_update_program(q.type, &q.structure, &f->map, static_cast<int64_t>(f->program.size()), f->scratch.data(), f->program.data());
+    const size_t n = static_cast<size_t>(q.n);
+    const update_program_input in = {q.type,
+                                     &q.structure,
+                                     &f->map,
+                                     static_cast<int64_t>(f->program.size()),
+                                     f->scratch.data(),
+                                     f->scratch.data() + n,
+                                     f->scratch.data() + 2 * n};
+    build_update_program(&in, f->program.data());
     f->input.program = f->program.data();
 }
 
