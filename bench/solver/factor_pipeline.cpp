@@ -143,8 +143,8 @@ void list_work(factor_pipeline<value_t> *p)
     for (word_list *w : {&p->list_source, &p->list_rows}) w->resize(size_from(c.task_count + 1));
     for (word_list *w : {&p->ready_source, &p->ready_rows}) w->resize(size_from(c.parallel_list_size + 1));
     p->cursor.resize(size_from((c.domains + 1) * c.task_bound + c.supernodes + 2));
-    work_list_arrays arrays = {p->work_order.data(),  p->ready_start.data(), p->list_start.data(),
-                               p->list_source.data(), p->list_rows.data(),   p->cursor.data()};
+    work_list_arrays arrays = {p->work_order.data(), p->ready_start.data(), p->list_start.data(),  p->list_source.data(),
+                               p->list_rows.data(),  p->cursor.data(),      p->update_count.data()};
     build_work_lists(&c, &p->structure, &arrays);
     p->work_list = {c.two_level,           first_top_supernode(&p->structure),
                     p->work_order.data(),  p->list_start.data(),

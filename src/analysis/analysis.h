@@ -112,6 +112,7 @@ struct work_list_arrays {
     int64_t *list_start;              /* [S + 1], or [(P + 1) top + 1] */
     int64_t *list_source, *list_rows; /* [task_count] */
     int64_t *tasks;                   /* single level: [S + 2] number of tasks, then their starts in the work order, and its end */
+    const int64_t *update_count;      /* in, single level: [S] of symbolic_step */
 };
 void build_work_lists(const control_block *control, const supernodal_structure *s, work_list_arrays *arrays);
 /* First supernode above the domains: one past the last supernode of domain P; supernodes + 1 when there is none. */

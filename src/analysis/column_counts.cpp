@@ -39,14 +39,15 @@ static int64_t find_top(int64_t leaf, int64_t *ancestor)
 }
 
 int64_t column_counts(int64_t neqns, const int64_t *xadj, const int64_t *adj, const int64_t *perm, const int64_t *invp,
-                      const int64_t *parent, int64_t *colcnt, int64_t *work, const int64_t *twin)
+                      const int64_t *parent, int64_t *colcnt, int64_t *work, const int64_t *twin, const int64_t *row_weight)
 {
+    const auto weight_of = [=](int64_t i) { return row_weight != nullptr ? row_weight[perm[i - 1] - 1] : 1; };
     int64_t *order = work, *first = work + neqns, *ancestor = work + 2 * neqns;
     row_state *row = reinterpret_cast<row_state *>(work + 3 * neqns);
     child_lists(neqns, parent, work + 3 * neqns, work + 4 * neqns);
     postorder(neqns, parent, work + 3 * neqns, work + 4 * neqns, order);
 
-    /* first[j]: position of the first descendant of j. A count starts as the weight of its column: 1 at a leaf of the tree. */
+    /* first[j]: position of the first descendant of j. A count starts at zero, at the leaves of the tree with the column itself. */
     for (int64_t j = 1; j <= neqns; ++j) {
         first[j - 1] = 0;
         colcnt[j - 1] = 0;
@@ -55,7 +56,7 @@ int64_t column_counts(int64_t neqns, const int64_t *xadj, const int64_t *adj, co
     }
     for (int64_t k = 1; k <= neqns; ++k) {
         int64_t j = order[k - 1];
-        if (first[j - 1] == 0) colcnt[j - 1] = 1;
+        if (first[j - 1] == 0) colcnt[j - 1] = weight_of(j);
         for (; j != 0 && first[j - 1] == 0; j = parent[j - 1]) first[j - 1] = k;
     }
 
@@ -64,18 +65,19 @@ int64_t column_counts(int64_t neqns, const int64_t *xadj, const int64_t *adj, co
     for (int64_t k = 1; k <= neqns; ++k) {
         const int64_t j = order[k - 1], up = parent[j - 1], begin = first[j - 1], given = perm[j - 1];
         const bool no_leaf = twin != nullptr && twin[j - 1] != 0; /* the column below meets the same rows */
-        int64_t weight = 0;
+        int64_t added = 0;
         for (int64_t p = xadj[given - 1]; p < xadj[given] && !no_leaf; ++p) {
             const int64_t i = invp[adj[p - 1] - 1];
             if (i <= j || begin <= row[i - 1].reach) continue;
             const int64_t leaf = row[i - 1].last_leaf;
             row[i - 1] = {begin, j};
-            ++weight;
-            if (leaf != 0) --colcnt[find_top(leaf, ancestor) - 1];
+            const int64_t weight = weight_of(i);
+            added += weight;
+            if (leaf != 0) colcnt[find_top(leaf, ancestor) - 1] -= weight;
         }
-        colcnt[j - 1] += weight;
+        colcnt[j - 1] += added;
         if (up == 0) continue;
-        --colcnt[up - 1];
+        colcnt[up - 1] -= weight_of(j);
         ancestor[j - 1] = up;
     }
 

@@ -45,15 +45,8 @@ int64_t dissect(const dissection_request *request)
 
 /* ---- groups of equal columns ---- */
 
-/* Neighbouring columns with the same rows, as the unknowns of one node have them, are one vertex. The partitioner compresses graphs itself,
-   but needs all entries for it in its own numbers; what stands side by side is found at less cost. */
-struct column_groups {
-    int64_t count;
-    int64_t *first;      /* [count + 1] first column of each group, from 1 */
-    int64_t *place;      /* [count + 1] */
-    int64_t *weight;     /* [count] */
-    int64_t *xadj, *adj; /* [count + 1], and the edges between groups; from 1 */
-};
+/* A group is one vertex for the partitioner. It compresses graphs itself, but needs all entries for it in its own numbers; what stands side
+   by side is found at less cost. */
 
 /* member[j - 1]: group of column j. Returns how many groups there are. */
 int64_t number_groups(const dissection_request *request, int64_t *member)
@@ -107,31 +100,36 @@ void expand_groups(const dissection_request *request, const column_groups *group
     }
 }
 
-/* Dissect the graph of the groups. member[n] is the group of each column. Returns 0 or -2. */
-int64_t dissect_groups(const dissection_request *request, int64_t count, const int64_t *member)
+/* Dissect the graph of the groups. member[n], the group of each column, is work afterwards. Returns 0 or -2. */
+int64_t dissect_groups(const dissection_request *request, int64_t count, int64_t *member, column_groups *groups)
 {
     int64_t entries = 0; /* no fewer than there will be */
     for (int64_t j = 1; j <= request->neqns; ++j)
         if (j == 1 || member[j - 2] != member[j - 1]) entries += request->xadj[j] - request->xadj[j - 1];
     int64_t *block = static_cast<int64_t *>(service_alloc_direct(static_cast<uint64_t>(4 * count + 3 + entries) * sizeof(int64_t), 64));
     if (block == nullptr) return -2;
-    column_groups groups = {count, block, block + count + 1, block + 2 * count + 2, block + 3 * count + 2, block + 4 * count + 3};
-    connect_groups(request, member, &groups);
+    *groups = {count, block, block + count + 1, block + 2 * count + 2, block + 3 * count + 2, block + 4 * count + 3};
+    connect_groups(request, member, groups);
     dissection_request reduced = *request;
     reduced.neqns = count;
-    reduced.xadj = groups.xadj;
-    reduced.adj = groups.adj;
-    reduced.weight = groups.weight;
-    reduced.order = groups.place;
+    reduced.xadj = groups->xadj;
+    reduced.adj = groups->adj;
+    reduced.weight = groups->weight;
+    reduced.order = groups->place;
     const int64_t error = dissect(&reduced);
-    if (error == 0) expand_groups(request, &groups, groups.xadj);
-    service_free_direct(block);
+    if (error == 0) expand_groups(request, groups, member);
     return error;
 }
 } // namespace
 
+void release_groups(column_groups *groups)
+{
+    service_free_direct(groups->first);
+    *groups = {};
+}
+
 int64_t nested_dissection_driver(int64_t neqns, int64_t threads, int64_t *xadj, int64_t *adj, const int64_t *weight, int64_t *perm,
-                                 int64_t *invp, int64_t *domains, int64_t *domain_table)
+                                 int64_t *invp, int64_t *domains, int64_t *domain_table, column_groups *kept)
 {
     int64_t width = 1;
     while (width < *domains) width *= 2;
@@ -139,7 +137,12 @@ int64_t nested_dissection_driver(int64_t neqns, int64_t threads, int64_t *xadj, 
     const dissection_request request = {neqns, threads, xadj, adj, weight, neqns, has_dense_row(neqns, xadj), width, invp, domain_table};
     const int64_t groups = request.dense_rows ? neqns : number_groups(&request, perm);
     const bool grouped = static_cast<double>(groups) < compressed_share * static_cast<double>(neqns);
-    const int64_t error = grouped ? dissect_groups(&request, groups, perm) : dissect(&request);
+    column_groups own{};
+    const int64_t error = grouped ? dissect_groups(&request, groups, perm, &own) : dissect(&request);
+    if (kept == nullptr || error != 0)
+        release_groups(&own);
+    else
+        *kept = own;
     if (error != 0) return error;
     complete_table(neqns, width, domain_table);
     *domains = width;

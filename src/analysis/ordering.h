@@ -60,15 +60,27 @@ int64_t interface_decomposition(int64_t n, int64_t nproc, int64_t *xadj, int64_t
 
 /* ---- nested dissection ---- */
 
+/* Columns that stand side by side and have the same rows, as the unknowns of one node have them, form a group. An ordering by groups keeps
+   the columns of each together and ascending. */
+struct column_groups {
+    int64_t count;       /* 0: there are none worth while */
+    int64_t *first;      /* [count + 1] first column of each group; one block with the arrays below */
+    int64_t *place;      /* [count + 1] of the group in the order, from 0 */
+    int64_t *weight;     /* [count] columns, or the sum of their weights */
+    int64_t *xadj, *adj; /* [count + 1], and the edges between groups */
+};
+void release_groups(column_groups *groups);
+
 /* Nested dissection with up to threads threads.
    in    weight[n]     of the vertices, or null for ones
    inout domains       P, raised to a power of two
    inout xadj, adj     only borrowed: the same on return
    out   perm, invp
          domain_table  2P pairs in column numbers: the leaf domains, a free pair, the separators in pre-order; an empty pair is (k + 1, k)
+         kept          null, or gets the groups that were ordered in the place of their columns; the caller releases them
    Allocates the partitioner's graphs. The result depends on the graph and P, not on the number of threads. Returns 0 or -2. */
 int64_t nested_dissection_driver(int64_t neqns, int64_t threads, int64_t *xadj, int64_t *adj, const int64_t *weight, int64_t *perm,
-                                 int64_t *invp, int64_t *domains, int64_t *domain_table);
+                                 int64_t *invp, int64_t *domains, int64_t *domain_table, column_groups *kept = nullptr);
 
 /* The table for one domain: (1, n - 1), (n, n). */
 void single_domain_table(int64_t neqns, int64_t *domains, int64_t *domain_table);

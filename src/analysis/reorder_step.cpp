@@ -80,7 +80,7 @@ int64_t order_by_degree(control_block *control, ordering_arrays *arrays)
     return error;
 }
 
-int64_t choose_ordering(control_block *control, int64_t *caller_perm, ordering_arrays *arrays)
+int64_t choose_ordering(control_block *control, int64_t *caller_perm, ordering_arrays *arrays, column_groups *groups)
 {
     const int64_t n = control->neqns;
     if (control->perm_mode == 1 || control->perm_mode > 2) return take_caller_order(control, caller_perm, arrays);
@@ -94,10 +94,11 @@ int64_t choose_ordering(control_block *control, int64_t *caller_perm, ordering_a
     } else if (dissected) {
         const int64_t threads = control->preprocessing == 3 ? control->nproc : 1;
         error = nested_dissection_driver(n, threads, arrays->xadj, arrays->adj, nullptr, arrays->perm, arrays->invp, &control->domains,
-                                         arrays->domain_table);
+                                         arrays->domain_table, groups);
     } else {
         error = order_by_degree(control, arrays);
     }
+
     if (error != 0) return error;
     if (control->domains < 2) {
         single_domain_table(n, &control->domains, arrays->domain_table);
@@ -119,11 +120,13 @@ int64_t reorder_step(control_block *control, phase_times *times, const int64_t *
     build_adjacency(control, ia, ja, arrays);
     const double adjacency_made = omp_get_wtime();
     times->time_fulladj += adjacency_made - start;
-    control->internal_code = choose_ordering(control, caller_perm, arrays);
+    column_groups groups{};
+    control->internal_code = choose_ordering(control, caller_perm, arrays, &groups);
     if (control->internal_code != 0) return control->internal_code;
     const double ordered = omp_get_wtime();
     times->time_reorder += ordered - adjacency_made;
-    control->internal_code = analysis_prelude(control, arrays);
+    control->internal_code = analysis_prelude(control, arrays, &groups);
+    release_groups(&groups);
     if (control->internal_code != 0) return control->internal_code;
     control->domain_table_invalid = finish_domain_table(control->domains, arrays->domain_table);
     times->time_symbfct += omp_get_wtime() - ordered;

@@ -5,6 +5,8 @@
 
 #include "analysis/symbolic.h"
 
+static constexpr int64_t words_apart = 512; /* a touch for each 4 kB */
+
 /* Scratch of one thread: marker[i - 1] is the last supernode that met row i; extra collects rows that are not in order yet. */
 struct merge_scratch {
     int64_t *marker, *extra;
@@ -160,6 +162,7 @@ int64_t row_structure(const row_structure_input *input, int64_t *lindx, int64_t 
     const int64_t wanted_threads = in.nproc < walk.domains ? in.nproc : walk.domains;
     const int threads = static_cast<int>(wanted_threads > 1 ? wanted_threads : 1);
     std::memset(first_child, 0, static_cast<size_t>(in.supernodes) * sizeof(int64_t));
+    const int64_t touches = threads > 1 ? (in.xlindx[in.supernodes] - 1) / words_apart : 0;
     int32_t complete = 1;
 
     /* the domains are independent subtrees */
@@ -168,6 +171,9 @@ int64_t row_structure(const row_structure_input *input, int64_t *lindx, int64_t 
         const merge_scratch scratch = {per_thread + omp_get_thread_num() * 2 * in.neqns,
                                        per_thread + (omp_get_thread_num() * 2 + 1) * in.neqns};
         std::memset(scratch.marker, 0, static_cast<size_t>(in.neqns) * sizeof(int64_t));
+        /* The first touch of long lists costs more than writing them, and the domains may be uneven. */
+#pragma omp for schedule(static)
+        for (int64_t k = 0; k < touches; ++k) lindx[k * words_apart] = 0;
 #pragma omp for schedule(dynamic, 1)
         for (int64_t d = 1; d <= walk.domains; ++d) {
             int64_t first, last;

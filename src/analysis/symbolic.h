@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "analysis/analysis.h"
+#include "analysis/ordering.h"
 
 /* Runs at the end of the ordering: elimination tree, column counts, supernode partition, domain table in supernode numbers.
    in    control  neqns, domains, panel_columns, nproc
@@ -12,9 +13,10 @@
    out   arrays   parent, colcnt, snode, xsuper; domain_table in supernode numbers; the first n words of work: mark_twins
          control  supernodes, lindx_size, largest_supernode, l_entries; domains falls to 1 (and the table to its form for one domain) when
                   the table does not describe independent subtrees, so read it again
-   work  arrays   lists (5n words), scratch_a
+         groups   of the ordering, or null
+   work  arrays   lists (5n words), scratch_a, scratch_b
    Returns 0. */
-int64_t analysis_prelude(control_block *control, const ordering_arrays *arrays);
+int64_t analysis_prelude(control_block *control, const ordering_arrays *arrays, const column_groups *groups = nullptr);
 
 /* ---- walks over the domain table ---- */
 
@@ -56,9 +58,18 @@ void elimination_tree(int64_t neqns, int64_t nproc, int64_t domains, const int64
 void child_lists(int64_t count, const int64_t *parent, int64_t *first_child, int64_t *sibling);
 
 /* Entries of each column of L, the diagonal included: colcnt[n] out. Nearly linear in the entries of adj (Gilbert, Ng and Peyton 1994).
-   twin[n] of mark_twins or null; work[5 n]. Returns their sum. */
+   twin[n] of mark_twins or null; row_weight[n], what an entry counts in each row by given numbers, or null for ones; work[5 n]. Returns
+   their sum. */
 int64_t column_counts(int64_t neqns, const int64_t *xadj, const int64_t *adj, const int64_t *perm, const int64_t *invp,
-                      const int64_t *parent, int64_t *colcnt, int64_t *work, const int64_t *twin = nullptr);
+                      const int64_t *parent, int64_t *colcnt, int64_t *work, const int64_t *twin = nullptr,
+                      const int64_t *row_weight = nullptr);
+
+/* Tree and counts of all columns from those of their groups, which have fewer edges.
+   in    perm, xadj, adj, groups  an order by groups; domain_table in column numbers
+   out   parent[n], colcnt[n], twin[n] as mark_twins gives it
+   work  snode[n], xsuper[n], scratch_a[n], scratch_b[n], lists[5n], and work[n + 2 domains] behind twin
+   Returns the sum of the counts. */
+int64_t grouped_tree(const control_block *control, const ordering_arrays *arrays, const column_groups *groups);
 
 /* Fundamental supernodes of at most panel_columns columns.
    in    tied[n]  1 where the limit must not cut between a column and the one before it; null for nowhere

@@ -63,20 +63,21 @@ void work_list_sizes(control_block *control, const supernodal_structure *s)
 }
 
 /* Target lists, and room for each target's descendants in the ready list. */
-static void build_single_level(const supernodal_structure &s, work_list_arrays *a)
+static void build_single_level(const supernodal_structure &s, int threads, work_list_arrays *a)
 {
-    for (int64_t number = 0; number <= s.supernodes; ++number) a->ready_start[number] = 0;
-    int64_t position = 1;
+    a->list_start[0] = 1;
+    for (int64_t number = 1; number <= s.supernodes; ++number)
+        a->list_start[number] = a->list_start[number - 1] + a->update_count[number - 1];
+#pragma omp parallel for schedule(dynamic, 256) num_threads(threads) if (threads > 1)
     for (int64_t number = 1; number <= s.supernodes; ++number) {
-        a->list_start[number - 1] = position;
         target_walk walk = open_target_walk(s, number, 1);
-        for (; next_target(s, &walk); ++position) {
-            a->list_source[position - 1] = walk.target;
-            a->list_rows[position - 1] = walk.left;
-            ++a->ready_start[walk.target];
+        for (int64_t p = a->list_start[number - 1] - 1; next_target(s, &walk); ++p) {
+            a->list_source[p] = walk.target;
+            a->list_rows[p] = walk.left;
         }
     }
-    a->list_start[s.supernodes] = position;
+    for (int64_t number = 0; number <= s.supernodes; ++number) a->ready_start[number] = 0;
+    for (int64_t p = 0; p < a->list_start[s.supernodes] - 1; ++p) ++a->ready_start[a->list_source[p]];
     a->ready_start[0] = 1;
     for (int64_t number = 1; number <= s.supernodes; ++number) a->ready_start[number] += a->ready_start[number - 1];
 }
@@ -138,6 +139,6 @@ void build_work_lists(const control_block *control, const supernodal_structure *
         build_two_level(*s, arrays);
         return;
     }
-    build_single_level(*s, arrays);
+    build_single_level(*s, symbolic_threads(s->neqns, control->nproc), arrays);
     fill_work_order(s, control->nproc, arrays);
 }

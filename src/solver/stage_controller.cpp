@@ -129,7 +129,8 @@ void build_lists(solver_call *call, const supernodal_structure *structure)
     phase_times &times = call->control->times;
     const double start = service_seconds();
     work_list_arrays lists{stage_words(s, array_work_order),  stage_words(s, array_list_count), stage_words(s, array_list_start),
-                           stage_words(s, array_list_source), stage_words(s, array_list_rows),  stage_words(s, array_cursor)};
+                           stage_words(s, array_list_source), stage_words(s, array_list_rows),  stage_words(s, array_cursor),
+                           stage_words(s, array_update_count)};
     build_work_lists(call->control, structure, &lists);
     times.time_parlist += service_seconds() - start;
     call->flags.parlist = 1;

@@ -303,6 +303,26 @@ TEST(ordering, domains_are_independent_and_separators_lie_behind_them)
         }
 }
 
+/* Tree and counts come from the groups of equal columns; a wrong weight or place shows against those of all columns. */
+TEST(ordering, groups_of_columns_have_the_tree_and_counts_of_their_columns)
+{
+    for (const graph &g : {tripled_grid(30), shuffled_in_part(tripled_grid(30))})
+        for (const int64_t domains : {1, 4}) {
+            const pattern p = stored(g, true);
+            run r = prepare(p, 2, 3, 2, domains);
+            reorder(p, &r);
+            ASSERT_EQ(r.code, 0);
+            words parent(words_of(g.n)), counts(parent), work(5 * parent.size());
+            elimination_tree(g.n, 1, 1, r.table.data(), r.xadj.data(), r.adj.data(), r.perm.data(), r.invp.data(), parent.data(),
+                             work.data());
+            EXPECT_EQ(
+                column_counts(g.n, r.xadj.data(), r.adj.data(), r.perm.data(), r.invp.data(), parent.data(), counts.data(), work.data()),
+                r.control.l_entries);
+            EXPECT_EQ(words(r.parent.begin(), r.parent.end() - 1), parent);
+            EXPECT_EQ(words(r.colcnt.begin(), r.colcnt.end() - 1), counts);
+        }
+}
+
 TEST(ordering, separators_turn_from_pre_order_to_post_order)
 {
     /* Four domains of two columns; separators 10 (top), 3 (lower), 9 (upper), as the dissection numbers them. */

@@ -276,7 +276,8 @@ static built_lists build(analysis_run *run)
     const size_t lists = run->control.two_level == 0 ? supernodes : static_cast<size_t>((s.domains + 1) * run->control.task_bound);
     built_lists b{run->work_order,    words(supernodes + 1, -7), words(lists + 1, -7),
                   words(updates, -7), words(updates, -7),        words(supernodes + 2, -7)};
-    work_list_arrays a{b.order.data(), b.ready.data(), b.start.data(), b.source.data(), b.rows.data(), b.tasks.data()};
+    work_list_arrays a{b.order.data(), b.ready.data(), b.start.data(),          b.source.data(),
+                       b.rows.data(),  b.tasks.data(), run->update_count.data()};
     build_work_lists(&run->control, &s, &a);
     return b;
 }
