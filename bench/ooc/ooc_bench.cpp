@@ -34,7 +34,7 @@ struct figures {
     int64_t rss_kb, address_kb, group_kb, estimate_kb, ooc_least_kb;
     int64_t written, read_factor, read_solve;
     int64_t core_mode, result;
-    double disk; /* bytes a second of one cold sequential read, just before the solve */
+    double disk; /* bytes a second of cold sequential reads of the files, before and behind the solve: the rate of a disk drifts */
 };
 
 struct run_request {
@@ -147,24 +147,23 @@ int64_t group_peak_kb(const std::string &group)
     return bytes / 1024;
 }
 
-/* Bytes a second of one cold sequential read of 256 MB. */
-double disk_rate(const std::string &folder, std::vector<char> *block)
+/* Seconds of a cold sequential read of at most 512 MB of the folder's largest file; the bytes are added to *bytes. */
+double read_cold(const std::string &folder, std::vector<char> *block, int64_t *bytes)
 {
-    const std::string name = folder + "/rate";
-    const int blocks = 256, file = open(name.c_str(), O_CREAT | O_RDWR | O_TRUNC, 0600);
+    std::filesystem::path name;
+    uintmax_t size = 0;
+    for (const auto &entry : std::filesystem::directory_iterator(folder))
+        if (entry.file_size() > size) size = entry.file_size(), name = entry.path();
+    drop_from_memory(folder);
+    const int file = open(name.c_str(), O_RDONLY);
     if (file < 0) return 0;
-    for (int i = 0; i < blocks; ++i)
-        if (write(file, block->data(), block->size()) < 0) return 0;
-    (void)fsync(file);
-    (void)posix_fadvise(file, 0, 0, POSIX_FADV_DONTNEED);
-    (void)lseek(file, 0, SEEK_SET);
     const double start = bench_seconds();
     int64_t got = 0;
-    for (ssize_t part = 1; part > 0; got += part) part = read(file, block->data(), block->size());
+    for (ssize_t part = 1; part > 0 && got < int64_t{512} << 20; got += part) part = read(file, block->data(), block->size());
     const double seconds = bench_seconds() - start;
     close(file);
-    (void)unlink(name.c_str());
-    return static_cast<double>(got) / seconds;
+    *bytes += got;
+    return seconds;
 }
 
 figures measure(const market_matrix &lower, const run_request &request)
@@ -192,9 +191,12 @@ figures measure(const market_matrix &lower, const run_request &request)
     out.address_kb = status_kb("VmPeak:") - start_kb;
     out.rss_kb = status_kb("VmHWM:") - start_rss;
     out.group_kb = limited ? group_peak_kb(request.group) : 0;
-    if (limited) out.disk = disk_rate(request.folder, &block);
+    int64_t bytes = 0;
+    double seconds = limited ? read_cold(request.folder, &block, &bytes) : 0;
     drop_from_memory(request.folder);
     if (out.result == 0) out.result = h.call(33, &out.solve);
+    seconds += limited ? read_cold(request.folder, &block, &bytes) : 0;
+    if (limited) out.disk = static_cast<double>(bytes) / seconds;
     const auto *state = static_cast<const solver_state *>(h.handle[1]);
     out.core_mode = state->core_mode;
     out.need_kb = state->memory_peak / 1024;
@@ -205,7 +207,6 @@ figures measure(const market_matrix &lower, const run_request &request)
     out.read_factor = state->ooc->read_factor;
     out.read_solve = state->ooc->read_solve;
     if (out.result == 0) out.error = backward_error(h.matrix, h.b, h.x);
-    double seconds = 0;
     h.call(-1, &seconds);
     return out;
 }

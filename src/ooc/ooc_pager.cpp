@@ -5,7 +5,10 @@
 namespace
 {
 
-constexpr int64_t sweep_share = 12, sweep_bytes = int64_t{1} << 24, sweep_pages = 2; /* what a sweep reads ahead, see follow_sweep */
+/* Disks bring most with two requests of a megabyte or two at a time. */
+constexpr int64_t request_bytes = int64_t{1} << 21;
+/* A sweep reads ahead its thread's part of this share of the window, and no more than so much. */
+constexpr int64_t sweep_share = 12, sweep_bytes = int64_t{1} << 24;
 
 /* Put a resident page, which nobody has pinned, out of the window. */
 void put_out(ooc_tree *tree, ooc_side *side, ooc_page *page)
@@ -23,7 +26,7 @@ bool take_place(ooc_tree *tree, ooc_side *side, ooc_page *page, ooc_wish wish)
 {
     int64_t victim = -1, until = -1;
     ooc_end_written(tree);
-    const int64_t place = ooc_find_place(tree, side, page, wish, &victim, &until);
+    const int64_t place = ooc_find_place(tree, side, page, page->length, wish, &victim, &until);
     if (place < 0) return false;
     for (int64_t i = victim; i != until; i = side->pages[i].after) side->pages[i].state = page_state::moving;
     page->state = page_state::moving;
@@ -43,33 +46,54 @@ bool bring_in(ooc_tree *tree, ooc_side *side, ooc_page *page, bool target)
     return true;
 }
 
-/* Begin to read an absent page. False when that cannot be done now. Nothing has to be written for it: the lock stays closed. */
-bool read_ahead(ooc_tree *tree, ooc_side *side, ooc_page *page)
+bool is_wanted(const ooc_page *page)
 {
-    if (page->state != page_state::absent || !page->stored || page->length == 0) return true;
-    if (!take_place(tree, side, page, ooc_wish::ahead)) return false;
-    page->expected = tree->purpose == ooc_purpose::factorize;
-    if (ooc_begin_read(tree, side, page)) return true;
-    page->expected = false;
-    ooc_list_remove(side, page);
-    page->state = page_state::absent;
-    return false;
+    return page->state == page_state::absent && page->stored && page->length > 0;
 }
 
-/* A sweep has come to `page`: read on in its direction, away from the neighbour that was used last. Two pages, and more as long as that is
-   a small share of the window: beyond the end of a subtree they are read in vain. */
-void follow_sweep(ooc_tree *tree, ooc_side *side, const ooc_page *page, int64_t supernode)
+/* Begin to read absent pages that follow each other. False when that cannot be done now. Nothing has to be written for it: the lock stays
+   closed. */
+bool read_ahead(ooc_tree *tree, ooc_side *side, ooc_page *page, int64_t pages)
 {
-    if (supernode != page->first && supernode != page->last) return;
-    const int64_t index = page - side->pages, last = side->page_count - 1;
-    const int64_t before = index > 0 ? side->pages[index - 1].stamp : 0, after = index < last ? side->pages[index + 1].stamp : 0;
-    const int64_t step = before < after ? -1 : 1;
-    int64_t bytes = side->bytes / (sweep_share * tree->threads);
-    if (bytes > sweep_bytes) bytes = sweep_bytes;
-    int64_t pages = sweep_pages;
-    for (int64_t i = index + step; i >= 0 && i <= last && (bytes > 0 || pages > 0); i += step, --pages) {
-        bytes -= side->pages[i].length;
-        if (!read_ahead(tree, side, &side->pages[i])) return;
+    int64_t victim = -1, until = -1, length = 0;
+    for (int64_t i = 0; i < pages; ++i) length += page[i].length;
+    ooc_end_written(tree);
+    int64_t place = ooc_find_place(tree, side, page, length, ooc_wish::ahead, &victim, &until);
+    if (place < 0) return false;
+    for (int64_t i = victim; i != until; i = victim) {
+        victim = side->pages[i].after;
+        put_out(tree, side, &side->pages[i]);
+    }
+    for (int64_t i = 0; i < pages; place += page[i++].length) page[i].place = place;
+    if (!ooc_begin_read(tree, side, page, pages, length)) return false;
+    for (int64_t i = 0; i < pages; ++i) {
+        page[i].state = page_state::moving;
+        page[i].stamp = ++tree->clock;
+        page[i].expected = tree->purpose == ooc_purpose::factorize;
+        ooc_list_insert(side, &page[i]);
+    }
+    return true;
+}
+
+/* A sweep has come to `page` and goes on to `stop`: read on in whole requests. Pages on its way that are still in the window count as used,
+   so that they are not put out for those behind them. */
+void follow_sweep(ooc_tree *tree, ooc_side *side, int64_t page, int64_t stop)
+{
+    const int64_t step = stop < page ? -1 : 1, share = side->bytes / (sweep_share * tree->threads);
+    const int64_t most = share < sweep_bytes ? share : sweep_bytes, request = most / 4 < request_bytes ? most / 4 : request_bytes;
+    int64_t ahead = 0;
+    for (int64_t i = page; (stop - i) * step >= 0 && ahead <= most; i += step) {
+        ooc_page *first = &side->pages[i];
+        if (!is_wanted(first)) {
+            first->stamp = ++tree->clock;
+            ahead += first->length;
+            continue;
+        }
+        int64_t pages = 1, bytes = first->length;
+        for (; i != stop && bytes < request && is_wanted(&side->pages[i + step]); i += step, ++pages) bytes += side->pages[i + step].length;
+        if (step < 0) first = &side->pages[i];
+        if (!read_ahead(tree, side, first, pages)) return;
+        ahead += bytes;
     }
 }
 
@@ -107,7 +131,6 @@ void *acquire(void *context, factor_side kind, int64_t supernode, block_use use)
         if (target) ooc_pin_target(side, page);
         page->stamp = ++tree->clock;
         page->expected = false;
-        if (tree->purpose == ooc_purpose::solve) follow_sweep(tree, side, page, supernode);
         block = side->base + page->place + (ooc_block_offset(&tree->structure, kind, supernode, tree->element_bytes) - page->core_offset);
     }
     omp_unset_lock(&tree->lock);
@@ -149,9 +172,23 @@ bool expect(void *context, factor_side kind, int64_t supernode)
     auto *tree = static_cast<ooc_tree *>(context);
     ooc_side *side = &tree->side[static_cast<int>(kind)];
     omp_set_lock(&tree->lock);
-    const bool expected = tree->fault == 0 && read_ahead(tree, side, &side->pages[side->page_of[supernode - 1]]);
+    ooc_page *page = &side->pages[side->page_of[supernode - 1]];
+    const bool expected = tree->fault == 0 && (!is_wanted(page) || read_ahead(tree, side, page, 1));
     omp_unset_lock(&tree->lock);
     return expected;
+}
+
+/* Only where a page begins or ends is there something to do. */
+void follow(void *context, factor_side kind, int64_t supernode, int64_t last)
+{
+    auto *tree = static_cast<ooc_tree *>(context);
+    ooc_side *side = &tree->side[static_cast<int>(kind)];
+    const int64_t index = side->page_of[supernode - 1];
+    const ooc_page *page = &side->pages[index];
+    omp_set_lock(&tree->lock);
+    if (tree->fault == 0 && (supernode == page->first || supernode == page->last || is_wanted(page)))
+        follow_sweep(tree, side, index, side->page_of[last - 1]);
+    omp_unset_lock(&tree->lock);
 }
 
 void mark(void *context)
@@ -166,7 +203,7 @@ void mark(void *context)
 
 void ooc_bind_pager(ooc_tree *tree)
 {
-    tree->pager = {tree, acquire, release, expect, mark, admits, 0};
+    tree->pager = {tree, acquire, release, expect, follow, mark, admits, 0};
 }
 
 void ooc_record_fault(ooc_tree *tree, int32_t message, int32_t error)

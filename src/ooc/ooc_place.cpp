@@ -30,24 +30,24 @@ bool fixed(const ooc_tree *tree, const ooc_page &page, ooc_wish wish)
 }
 
 /* Would the largest page still fit often enough if a target lay at place? */
-bool admissible(const ooc_tree *tree, const ooc_side *side, int64_t place, const ooc_page *page)
+bool admissible(const ooc_tree *tree, const ooc_side *side, int64_t place, int64_t length)
 {
     int64_t targets = 1, fits = 0, end = 0;
     bool placed = false;
-    const auto occupy = [&](int64_t from, int64_t length) {
+    const auto occupy = [&](int64_t from, int64_t bytes) {
         if (from > end) fits += (from - end) / side->largest;
-        end = from + length;
+        end = from + bytes;
     };
     for (int64_t i = side->target_head; i >= 0; i = side->pages[i].next_target) {
         const ooc_page &other = side->pages[i];
         ++targets;
         if (!placed && other.place > place) {
-            occupy(place, page->length);
+            occupy(place, length);
             placed = true;
         }
         occupy(other.place, other.length);
     }
-    if (!placed) occupy(place, page->length);
+    if (!placed) occupy(place, length);
     occupy(side->bytes, 0);
     const int64_t others = tree->threads - targets;
     return fits >= (others > 0 ? others : 0) + 1;
@@ -57,7 +57,7 @@ bool admissible(const ooc_tree *tree, const ooc_side *side, int64_t place, const
 
 bool ooc_may_pin_target(const ooc_tree *tree, const ooc_side *side, const ooc_page *page)
 {
-    return side->natural || page->target_pins > 0 || admissible(tree, side, page->place, page);
+    return side->natural || page->target_pins > 0 || admissible(tree, side, page->place, page->length);
 }
 
 bool ooc_admits_target(const ooc_tree *tree, const ooc_side *side, const ooc_page *page)
@@ -67,10 +67,11 @@ bool ooc_admits_target(const ooc_tree *tree, const ooc_side *side, const ooc_pag
     for (int64_t i = side->target_head; i >= 0; i = side->pages[i].next_target) bytes += side->pages[i].length;
     if (bytes > side->bytes / 4 * 3) return false;
     if (page->state == page_state::resident) return ooc_may_pin_target(tree, side, page);
-    return ooc_find_place(tree, side, page, ooc_wish::target, &victim, &until) >= 0;
+    return ooc_find_place(tree, side, page, page->length, ooc_wish::target, &victim, &until) >= 0;
 }
 
-int64_t ooc_find_place(const ooc_tree *tree, const ooc_side *side, const ooc_page *page, ooc_wish wish, int64_t *victim, int64_t *until)
+int64_t ooc_find_place(const ooc_tree *tree, const ooc_side *side, const ooc_page *page, int64_t length, ooc_wish wish, int64_t *victim,
+                       int64_t *until)
 {
     const ooc_page *pages = side->pages;
     if (side->natural) {
@@ -82,8 +83,8 @@ int64_t ooc_find_place(const ooc_tree *tree, const ooc_side *side, const ooc_pag
     /* candidates: the beginning of the window, and the end of each page in it, where a page on its way in overlaps those on their way out
      */
     int64_t start = 0, next = side->head;
-    while (start + page->length <= side->bytes) {
-        const int64_t end = start + page->length;
+    while (start + length <= side->bytes) {
+        const int64_t end = start + length;
         page_worth worth = worth_nothing;
         int64_t i = next, obstacle = -1;
         for (; i >= 0 && pages[i].place < end && obstacle < 0; i = pages[i].after) {
@@ -91,7 +92,7 @@ int64_t ooc_find_place(const ooc_tree *tree, const ooc_side *side, const ooc_pag
             if (worth.below(one)) worth = one;
             if (fixed(tree, pages[i], wish) || (best >= 0 && !worth.below(best_worth))) obstacle = i;
         }
-        if (obstacle < 0 && (wish != ooc_wish::target || admissible(tree, side, start, page))) {
+        if (obstacle < 0 && (wish != ooc_wish::target || admissible(tree, side, start, length))) {
             best = start;
             best_worth = worth;
             *victim = next;

@@ -50,8 +50,8 @@ bool came_back_whole(const ooc_tree *tree, const ooc_side *side, const ooc_page 
     return sums[0] == written[0] && sums[1] == written[1];
 }
 
-/* Begin a transfer of the page's place. False when it has to be made at once. */
-bool begin(ooc_tree *tree, ooc_side *side, ooc_page *page, bool writes)
+/* Begin a transfer of the places of pages that follow each other. False when it has to be made at once. */
+bool begin(ooc_tree *tree, ooc_side *side, ooc_page *page, int64_t pages, int64_t length, bool writes)
 {
     int64_t free = 0;
     while (free < ooc_transfer_limit && tree->transfer[free].page != nullptr) ++free;
@@ -61,34 +61,39 @@ bool begin(ooc_tree *tree, ooc_side *side, ooc_page *page, bool writes)
     const int64_t way = tree->transfer_count % (ooc_more_ways + 1);
     platform_file file = way == 0 ? -1 : tree->current->other[side == &tree->side[0] ? 0 : 1][way - 1];
     if (file < 0) file = file_of(tree, side);
-    if (!platform_transfer_begin(&transfer->record, writes, file, page->offset, data, page->length)) return false;
+    if (!platform_transfer_begin(&transfer->record, writes, file, page->offset, data, length)) return false;
     transfer->page = page;
+    transfer->pages = pages;
     transfer->side = side;
     transfer->claimed = false;
     transfer->number = ++tree->transfer_count;
-    page->transfer = free + 1;
+    for (int64_t i = 0; i < pages; ++i) page[i].transfer = free + 1;
     return true;
 }
 
-void account(ooc_tree *tree, const ooc_page *page, bool writes, double seconds, int32_t error)
+void account(ooc_tree *tree, int64_t bytes, bool writes, double seconds, int32_t error)
 {
     (writes ? tree->write_seconds : tree->read_seconds) += seconds;
-    (writes ? tree->write_bytes : tree->read_bytes) += page->bytes;
+    (writes ? tree->write_bytes : tree->read_bytes) += bytes;
     if (error != 0) ooc_record_fault(tree, writes ? message_ooc_write_error : message_ooc_read_error, error);
 }
 
 /* Of a transfer that has ended. */
 void settle(ooc_tree *tree, ooc_transfer *transfer, double seconds, int32_t error)
 {
-    ooc_page *page = transfer->page;
     const bool writes = transfer->record.writes;
-    account(tree, page, writes, seconds, error);
+    int64_t bytes = 0;
+    for (int64_t i = 0; i < transfer->pages; ++i) {
+        ooc_page *page = transfer->page + i;
+        page->transfer = 0;
+        bytes += page->bytes;
+        if (writes)
+            page->stored = true;
+        else
+            page->state = page_state::resident;
+    }
+    account(tree, bytes, writes, seconds, error);
     transfer->page = nullptr;
-    page->transfer = 0;
-    if (writes)
-        page->stored = true;
-    else
-        page->state = page_state::resident;
 }
 
 /* End a transfer that nobody else waits for. */
@@ -99,7 +104,8 @@ void end(ooc_tree *tree, ooc_transfer *transfer)
     const double start = platform_seconds();
     int32_t error = platform_transfer_wait(&transfer->record);
     const double seconds = platform_seconds() - start;
-    if (!transfer->record.writes && error == 0 && !came_back_whole(tree, transfer->side, transfer->page)) error = EIO;
+    for (int64_t i = 0; i < transfer->pages && !transfer->record.writes && error == 0; ++i)
+        if (!came_back_whole(tree, transfer->side, transfer->page + i)) error = EIO;
     omp_set_lock(&tree->lock);
     settle(tree, transfer, seconds, error);
 }
@@ -146,14 +152,14 @@ void ooc_write_page(ooc_tree *tree, ooc_side *side, ooc_page *page)
     if (page->length > page->bytes) std::memset(data + page->bytes, 0, static_cast<size_t>(page->length - page->bytes));
     check_sums(data, page->bytes, sums_of(tree, side, page));
     omp_set_lock(&tree->lock);
-    if (page->length == 0 || begin(tree, side, page, true)) return;
+    if (page->length == 0 || begin(tree, side, page, 1, page->length, true)) return;
     omp_unset_lock(&tree->lock);
     const double start = platform_seconds();
     const int32_t error = platform_file_write(file_of(tree, side), page->offset, data, page->length);
     const double seconds = platform_seconds() - start;
     omp_set_lock(&tree->lock);
     page->stored = true;
-    account(tree, page, true, seconds, error);
+    account(tree, page->bytes, true, seconds, error);
 }
 
 void ooc_read_page(ooc_tree *tree, ooc_side *side, ooc_page *page)
@@ -164,10 +170,10 @@ void ooc_read_page(ooc_tree *tree, ooc_side *side, ooc_page *page)
     const double seconds = platform_seconds() - start;
     if (error == 0 && !came_back_whole(tree, side, page)) error = EIO; /* not what this handle wrote */
     omp_set_lock(&tree->lock);
-    account(tree, page, false, seconds, error);
+    account(tree, page->bytes, false, seconds, error);
 }
 
-bool ooc_begin_read(ooc_tree *tree, ooc_side *side, ooc_page *page)
+bool ooc_begin_read(ooc_tree *tree, ooc_side *side, ooc_page *page, int64_t pages, int64_t length)
 {
-    return begin(tree, side, page, false);
+    return begin(tree, side, page, pages, length, false);
 }

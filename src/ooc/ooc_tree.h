@@ -54,7 +54,7 @@ struct ooc_side {
 };
 
 /* Files of one matrix number. Disks work on several transfers at once; each way to a file makes one at a time. */
-inline constexpr int64_t ooc_more_ways = 3;
+inline constexpr int64_t ooc_more_ways = 1;
 struct ooc_file_set {
     bool exists, open, linked;             /* linked: their names exist */
     int64_t serial;                        /* part of the names */
@@ -67,7 +67,8 @@ inline constexpr int64_t ooc_transfer_limit = 128;
 struct ooc_transfer {
     platform_transfer record;
     ooc_side *side;
-    ooc_page *page; /* null: free */
+    ooc_page *page; /* the first one; null: free */
+    int64_t pages;  /* that follow each other, in the file and in the window */
     int64_t number; /* in order of their beginnings */
     bool claimed;   /* somebody waits for it */
 };
@@ -116,9 +117,10 @@ void ooc_reset_side(ooc_tree *tree, factor_side side, bool stored);
 /* ---- places (ooc_place.cpp); all under the lock ---- */
 /* What a page is wanted for. ahead: soon; it may only take the place of pages that are in the file and were not used since the mark. */
 enum class ooc_wish { target, source, ahead };
-/* Place for a page, or -1 when there is none at the moment. The pages that overlap it, none of them pinned, are *victim .. until
-   (exclusive) of the list by address; equal when there is none. */
-int64_t ooc_find_place(const ooc_tree *tree, const ooc_side *side, const ooc_page *page, ooc_wish wish, int64_t *victim, int64_t *until);
+/* Place for length bytes from the beginning of a page on, or -1 when there is none at the moment. The pages that overlap it, none of them
+   pinned, are *victim .. until (exclusive) of the list by address; equal when there is none. */
+int64_t ooc_find_place(const ooc_tree *tree, const ooc_side *side, const ooc_page *page, int64_t length, ooc_wish wish, int64_t *victim,
+                       int64_t *until);
 /* Three quarters of a window are for targets, the rest for sources. Asked while no source is held. */
 bool ooc_admits_target(const ooc_tree *tree, const ooc_side *side, const ooc_page *page);
 bool ooc_may_pin_target(const ooc_tree *tree, const ooc_side *side, const ooc_page *page);
@@ -132,8 +134,8 @@ void ooc_list_remove(ooc_side *side, ooc_page *page);
 void ooc_pause(ooc_tree *tree);
 /* Read an absent page into its place. */
 void ooc_read_page(ooc_tree *tree, ooc_side *side, ooc_page *page);
-/* The same in the background, false when the system does not: nothing has begun. */
-bool ooc_begin_read(ooc_tree *tree, ooc_side *side, ooc_page *page);
+/* The same in the background for pages that follow each other, false when the system does not: nothing has begun. */
+bool ooc_begin_read(ooc_tree *tree, ooc_side *side, ooc_page *page, int64_t pages, int64_t length);
 /* Write a page that nobody changes meanwhile, in the background where that is possible. */
 void ooc_write_page(ooc_tree *tree, ooc_side *side, ooc_page *page);
 /* Wait a while for the end of the page's transfer. */

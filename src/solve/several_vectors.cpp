@@ -10,11 +10,11 @@ static interleaved_block<value_t> interleaved(const supernode_block<value_t> &b,
 }
 
 template <typename value_t>
-static bool forward_block(const sweep<value_t> *w, int64_t number, int64_t stride, value_t *x)
+static bool forward_block(const sweep<value_t> *w, int64_t number, int64_t last, int64_t stride, value_t *x)
 {
     const block_triangle triangle = triangle_of(w, true);
     supernode_block<value_t> b;
-    if (!open_supernode(w, number, triangle, &b)) return false;
+    if (!open_supernode(w, number, last, triangle, &b)) return false;
     const interleaved_block<value_t> block = interleaved(b, triangle, mirror::symmetric, stride, x);
     if (triangle == block_triangle::lower_unit)
         exchange_rows(b.columns, w->store->pivots + (b.first - 1), false, stride, block.own, stride);
@@ -24,11 +24,11 @@ static bool forward_block(const sweep<value_t> *w, int64_t number, int64_t strid
 }
 
 template <typename value_t>
-static bool backward_block(const sweep<value_t> *w, int64_t number, int64_t stride, value_t *x)
+static bool backward_block(const sweep<value_t> *w, int64_t number, int64_t last, int64_t stride, value_t *x)
 {
     const block_triangle triangle = triangle_of(w, false);
     supernode_block<value_t> b;
-    if (!open_supernode(w, number, triangle, &b)) return false;
+    if (!open_supernode(w, number, last, triangle, &b)) return false;
     const interleaved_block<value_t> block = interleaved(b, triangle, w->hermitian ? mirror::hermitian : mirror::symmetric, stride, x);
     const int64_t *const pivots = w->store->pivots + (b.first - 1);
     if (w->kind == factor_kind::ldlt && w->diagonal)
@@ -47,10 +47,10 @@ bool solve_several(const sweep<value_t> *w, int64_t stride, value_t *x)
     const int64_t supernodes = w->structure->supernodes;
     if (w->forward)
         for (int64_t number = w->window.forward_first_supernode; number <= supernodes; ++number)
-            if (!forward_block(w, number, stride, x)) return false;
+            if (!forward_block(w, number, supernodes, stride, x)) return false;
     if (w->diagonal || w->backward)
         for (int64_t number = supernodes; number >= w->window.backward_last_supernode; --number)
-            if (!backward_block(w, number, stride, x)) return false;
+            if (!backward_block(w, number, w->window.backward_last_supernode, stride, x)) return false;
     return true;
 }
 

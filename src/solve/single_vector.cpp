@@ -187,7 +187,7 @@ bool forward_supernodes(const sweep<value_t> *w, int64_t first, int64_t last, va
             if (number > last) break;
         }
         supernode_block<value_t> b;
-        if (!open_supernode(w, number, triangle, &b)) return false;
+        if (!open_supernode(w, number, last, triangle, &b)) return false;
         value_t *const own = x + (b.first - 1);
         if (triangle == block_triangle::upper) {
             solve_upper_transposed(b.columns, b.diagonal, b.rows, own);
@@ -216,7 +216,7 @@ bool backward_supernodes(const sweep<value_t> *w, int64_t first, int64_t last, v
             if (number < first) break;
         }
         supernode_block<value_t> b;
-        if (!open_supernode(w, number, triangle, &b)) return false;
+        if (!open_supernode(w, number, first, triangle, &b)) return false;
         value_t *const own = x + (b.first - 1);
         const int64_t *const pivots = w->store->pivots + (b.first - 1);
         /* Between the forward and the backward step the rows of a block stand in pivoted order, also where single steps leave and come

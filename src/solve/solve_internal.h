@@ -91,11 +91,15 @@ inline block_triangle triangle_of(const sweep<value_t> *w, bool forward)
     return w->kind == factor_kind::lu && w->transposed == forward ? block_triangle::upper : block_triangle::lower_unit;
 }
 
-/* False when a block could not be had; nothing is then held. */
+/* The sweep goes on to `last`. False when a block could not be had; nothing is then held. */
 template <typename value_t>
-inline bool open_supernode(const sweep<value_t> *w, int64_t number, block_triangle triangle, supernode_block<value_t> *b)
+inline bool open_supernode(const sweep<value_t> *w, int64_t number, int64_t last, block_triangle triangle, supernode_block<value_t> *b)
 {
     const supernodal_structure &s = *w->structure;
+    if (const block_pager *pager = w->store->pager; pager != nullptr) {
+        pager->follow(pager->context, factor_side::lower, number, last);
+        if (triangle == block_triangle::upper) pager->follow(pager->context, factor_side::upper, number, last);
+    }
     b->first = s.xsuper[number - 1];
     b->columns = s.xsuper[number] - b->first;
     b->rows = supernode_rows(s, number);

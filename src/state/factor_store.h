@@ -17,6 +17,8 @@ struct block_pager {
     void (*release)(void *context, factor_side side, int64_t supernode, block_use use);
     /* Begin to read a block that will be asked for. False when that cannot be done now; may be null. */
     bool (*expect)(void *context, factor_side side, int64_t supernode);
+    /* A sweep has come to a supernode and goes on, up or down, to `last`: begin to read what comes next. */
+    void (*follow)(void *context, factor_side side, int64_t supernode, int64_t last);
     void (*mark)(void *context); /* what is used from now on stays while others are read ahead */
     /* Whether a block may be held for create beside those that are, while no other is held. The first one always may. */
     bool (*admits)(void *context, factor_side side, int64_t supernode);
