@@ -147,10 +147,8 @@ template <typename value_t>
 void expect_sources(const factor_run<value_t> *run, const source_group &group)
 {
     const factor_store<value_t> &store = *run->in->store;
-    for (int64_t i = 0; i < group.count; ++i) {
-        (void)expect_block(store, factor_side::lower, group.number[i]);
-        if (run->two_sides) (void)expect_block(store, factor_side::upper, group.number[i]);
-    }
+    expect_blocks(store, factor_side::lower, group.count, group.number);
+    if (run->two_sides) expect_blocks(store, factor_side::upper, group.count, group.number);
 }
 
 /* Bring a source in, and pass it on to what it updates behind the batch. */
@@ -173,7 +171,10 @@ template <typename value_t, factor_kind kind, mirror sym>
 void apply_sources(factor_run<value_t> *run, thread_space<value_t> *space, batch_state<value_t> *batch)
 {
 #pragma omp single
-    advance_sources(run, batch); /* only looks for the first group */
+    {
+        advance_sources(run, batch); /* only looks for the first group */
+        expect_sources(run, *batch->following);
+    }
     for (;;) {
 #pragma omp single
         advance_sources(run, batch);

@@ -353,8 +353,8 @@ void apply_update(factor_run<value_t> *run, thread_space<value_t> *space, target
 {
     if (space->pending_count == run->most_pending) flush_updates<value_t, kind, sym>(run, space, target); /* in strict order at once */
     if (apply_tiny<value_t, kind, sym>(run, space, target, source, remaining)) return;
-    expect_block(*run->in->store, factor_side::lower, source);
-    if constexpr (kind == factor_kind::lu) expect_block(*run->in->store, factor_side::upper, source);
+    expect_blocks(*run->in->store, factor_side::lower, 1, &source);
+    if constexpr (kind == factor_kind::lu) expect_blocks(*run->in->store, factor_side::upper, 1, &source);
     space->pending[space->pending_count++] = {source, remaining, 0, -1, -1};
 }
 

@@ -167,15 +167,26 @@ bool admits(void *context, factor_side kind, int64_t supernode)
     return admitted;
 }
 
-bool expect(void *context, factor_side kind, int64_t supernode)
+/* Pages that follow each other come in one request. */
+void expect(void *context, factor_side kind, int64_t count, const int64_t *supernodes)
 {
     auto *tree = static_cast<ooc_tree *>(context);
     ooc_side *side = &tree->side[static_cast<int>(kind)];
     omp_set_lock(&tree->lock);
-    ooc_page *page = &side->pages[side->page_of[supernode - 1]];
-    const bool expected = tree->fault == 0 && (!is_wanted(page) || read_ahead(tree, side, page, 1));
+    for (int64_t k = 0; k < count && tree->fault == 0;) {
+        ooc_page *first = &side->pages[side->page_of[supernodes[k++] - 1]];
+        if (!is_wanted(first)) continue;
+        int64_t pages = 1, bytes = first->length;
+        for (; k < count && bytes < request_bytes; ++k) {
+            const ooc_page *next = &side->pages[side->page_of[supernodes[k] - 1]];
+            if (next < first + pages) continue;
+            if (next > first + pages || !is_wanted(next)) break;
+            bytes += next->length;
+            ++pages;
+        }
+        if (!read_ahead(tree, side, first, pages)) break;
+    }
     omp_unset_lock(&tree->lock);
-    return expected;
 }
 
 /* Only where a page begins or ends is there something to do. */

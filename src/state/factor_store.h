@@ -15,8 +15,8 @@ struct block_pager {
     void *context;
     void *(*acquire)(void *context, factor_side side, int64_t supernode, block_use use);
     void (*release)(void *context, factor_side side, int64_t supernode, block_use use);
-    /* Begin to read a block that will be asked for. False when that cannot be done now; may be null. */
-    bool (*expect)(void *context, factor_side side, int64_t supernode);
+    /* Begin to read blocks that will be asked for, in this order, as many as can be now; may be null. */
+    void (*expect)(void *context, factor_side side, int64_t count, const int64_t *supernodes);
     /* A sweep has come to a supernode and goes on, up or down, to `last`: begin to read what comes next. */
     void (*follow)(void *context, factor_side side, int64_t supernode, int64_t last);
     void (*mark)(void *context); /* what is used from now on stays while others are read ahead */
@@ -43,12 +43,12 @@ inline value_t *acquire_block(const factor_store<value_t> &store, const supernod
     return side == factor_side::lower ? store.lnz + (s.xlnz[first - 1] - 1) : store.unz + (s.xunz[first - 1] - 1);
 }
 
-/* Hint that the block will be asked for soon. False when the pager takes no more hints at the moment. */
+/* Hint that the blocks will be asked for soon, in this order. */
 template <typename value_t>
-inline bool expect_block(const factor_store<value_t> &store, factor_side side, int64_t number)
+inline void expect_blocks(const factor_store<value_t> &store, factor_side side, int64_t count, const int64_t *numbers)
 {
-    if (store.pager == nullptr || store.pager->expect == nullptr) return false;
-    return store.pager->expect(store.pager->context, side, number);
+    if (store.pager == nullptr || store.pager->expect == nullptr) return;
+    store.pager->expect(store.pager->context, side, count, numbers);
 }
 
 template <typename value_t>

@@ -190,7 +190,7 @@ TEST(factor_limits, works_on_paged_blocks_and_gives_all_of_them_back)
                 blocks.window.resize(z(2 * q.structure.supernodes));
                 blocks.users.assign(z(2 * q.structure.supernodes), 0);
                 blocks.fail_after = fail_after;
-                const block_pager pager = {&blocks, acquire, release, nullptr, 0, 0};
+                const block_pager pager = {&blocks, acquire, release, nullptr, nullptr, nullptr, nullptr, 0};
                 f.store.lnz = f.store.unz = nullptr;
                 f.store.pager = &pager;
                 numeric_dispatch(&f.input, &f.result);
