@@ -2,8 +2,9 @@
    whole or lower.
 
    The depths of all pairs form one long depth, cut at multiples of depth_block. For each cut the right operand is laid out in tiles
-   (depth by tile_columns), then a few rows in strips (depth by tile_rows), and each strip, in the first level cache, meets the column
-   tiles, in the second. An operand that already has its tile direction contiguous and a small depth is used where it lies. */
+   (depth by tile_columns); then each strip of rows (depth by tile_rows), in the first level cache, meets the column tiles, in the second.
+   A strip is laid out while its first tile is computed. An operand that already has its tile direction contiguous and a small depth is
+   used where it lies. */
 #pragma once
 
 #include "dense/family/tile.h"
@@ -35,10 +36,9 @@ constexpr int64_t depth_block = 256;
 /* A buffer for packed operands, in reals. */
 template <typename real_t>
 struct pack_buffer {
-    real_t *a;
+    real_t *a; /* a strip of depth_block */
     real_t *b;
-    int64_t a_strips; /* strips of depth_block that fit into a */
-    int64_t b_tiles;  /* column tiles of depth_block that fit into b */
+    int64_t b_tiles; /* column tiles of depth_block that fit into b */
 };
 
 template <typename real_t>
@@ -46,19 +46,20 @@ constexpr int64_t strip_reals = tile_rows<real_t> *depth_block;
 template <typename real_t>
 constexpr int64_t tile_reals = tile_columns *depth_block;
 
-/* Strips that are packed at a time, and column tiles that every strip meets in turn: 4 * 24 KB and 48 * 8 KB stay in a second level cache
-   of 512 KB. */
-constexpr int64_t work_strips = 4;
+/* Column tiles that every strip meets in turn: 48 * 8 KB stay in a second level cache of 512 KB, with rows of the left operand that come
+   next. */
 constexpr int64_t work_tiles = 48;
+
+/* Strips whose rows are asked for together, so that lines are taken whole. */
+constexpr int64_t block_strips = 4;
 
 template <typename real_t>
 DENSE_INLINE pack_buffer<real_t> split_work(void *work)
 {
     real_t *base = static_cast<real_t *>(work);
     constexpr int64_t total = kernel_work_bytes / static_cast<int64_t>(sizeof(real_t));
-    constexpr int64_t a_reals = work_strips * strip_reals<real_t>;
-    static_assert(a_reals + work_tiles * tile_reals<real_t> <= total);
-    return {base, base + a_reals, work_strips, work_tiles};
+    static_assert(strip_reals<real_t> + work_tiles * tile_reals<real_t> <= total);
+    return {base, base + strip_reals<real_t>, work_tiles};
 }
 
 /* Lay out `count` values from row i on, depths l..l+depth-1, with `capacity` reals per depth; the rest of each depth is 0. */
@@ -69,13 +70,7 @@ void pack_rows(const factor_view<value_t> &f, int64_t i, int64_t count, int64_t 
     constexpr int64_t width = parts<value_t>;
     const int64_t reals = count * width;
     const value_t *source = f.x + i * f.i_step + l * f.l_step;
-    if (f.i_step == 1 && reals == tile_rows<real_t> && capacity == reals) {
-        for (int64_t d = 0; d < depth; ++d) {
-            const real_t *x = as_real(source + d * f.l_step);
-            for (int64_t v = 0; v < tile_vectors; ++v) store(out + v * lanes<real_t>, load(x + v * lanes<real_t>));
-            out += capacity;
-        }
-    } else if (f.i_step == 1 && reals == tile_columns && capacity == reals) {
+    if (f.i_step == 1 && reals == tile_columns && capacity == reals) {
         constexpr int64_t line = 64 / static_cast<int64_t>(sizeof(real_t));
         for (int64_t d = 0; d < depth; ++d) {
             const real_t *x = as_real(source + d * f.l_step);
@@ -182,11 +177,43 @@ DENSE_INLINE bool run_tile(const tile_target<value_t> &t, tile_operands<real_of<
     return true;
 }
 
-/* Packed rows i..i+rows-1, in strips, against columns j..j+columns-1 (first column of `b`). A strip stays in the first cache while all
-   column tiles pass. */
+/* The parts of depths l..l+depth-1 of the long depth: visit(pair, first depth in the pair, count, depths before). */
+template <typename value_t, typename visit_t>
+DENSE_INLINE void each_part(const product_pair<value_t> *pair, int64_t l, int64_t depth, const visit_t &visit)
+{
+    for (; l >= pair->depth; ++pair) l -= pair->depth;
+    for (int64_t done = 0; done < depth; ++pair) {
+        const int64_t part = depth - done < pair->depth - l ? depth - done : pair->depth - l;
+        visit(*pair, l, part, done);
+        done += part;
+        l = 0;
+    }
+}
+
+/* The first tile of a full strip, which is read where it lies and laid out at `strip` for the tiles that follow. */
 template <typename value_t>
-DENSE_INLINE void run_packed(const tile_target<value_t> &t, const real_of<value_t> *a, const side_tiles<real_of<value_t>> &b, int64_t depth,
-                             int64_t i, int64_t rows, int64_t j, int64_t columns, rows_ahead<value_t> *next)
+__attribute__((noinline)) void first_tile(const tile_target<value_t> &t, const product_pair<value_t> *pair, int64_t l,
+                                          const tile_operands<real_of<value_t>> &x, int64_t i, int64_t j, real_of<value_t> *strip)
+{
+    using real_t = real_of<value_t>;
+    constexpr int mv = static_cast<int>(tile_vectors), nr = static_cast<int>(tile_columns);
+    const tile_place<value_t, nr> place = find_place<value_t, nr>(t, i, tile_rows<real_t> / parts<value_t>, j, x.depth);
+    vec<real_t> sum[nr][mv];
+    clear_sums<real_t, mv, nr>(sum);
+    each_part(pair, l, x.depth, [&](const product_pair<value_t> &p, int64_t first, int64_t depth, int64_t before) {
+        const real_t *a = as_real(p.a.x + i + first * p.a.l_step);
+        const tile_operands<real_t> part = {a, p.a.l_step * parts<value_t>, x.b + before * x.b_step, x.b_step, depth};
+        add_products<real_t, mv, nr, false, true>(part, 0, strip + before * tile_rows<real_t>, sum);
+    });
+    finish_tile<value_t, mv, nr, false>(t, sum, 0, i, j, place);
+}
+
+/* Rows i..i+rows-1, in strips, against columns j..j+columns-1 (first column of `b`), depths l..l+depth-1. A strip stays in the first cache
+   while all column tiles pass. */
+template <typename value_t>
+DENSE_INLINE void run_packed(const tile_target<value_t> &t, const product_pair<value_t> *pair, const side_tiles<real_of<value_t>> &b,
+                             int64_t l, int64_t depth, int64_t i, int64_t rows, int64_t j, int64_t columns, real_of<value_t> *a,
+                             rows_ahead<value_t> *next)
 {
     using real_t = real_of<value_t>;
     constexpr int64_t strip = tile_rows<real_t> / parts<value_t>;
@@ -196,8 +223,19 @@ DENSE_INLINE void run_packed(const tile_target<value_t> &t, const real_of<value_
         int64_t first = 0;
         int64_t strip_count = 0;
         strip_bounds<value_t>(rows, s, &first, &strip_count);
-        tile_operands<real_t> x = {a + s * tile_rows<real_t> * depth, tile_rows<real_t>, b.x, b.depth_step, depth};
-        for (int64_t c = 0; c < columns; c += column_tile) {
+        tile_operands<real_t> x = {a, tile_rows<real_t>, b.x, b.depth_step, depth};
+        int64_t c = 0;
+        if (strip_count == strip && columns >= column_tile && pair->a.i_step == 1 && first_row_of(t, j) <= i + first) {
+            ask_ahead(next);
+            first_tile(t, pair, l, x, i + first, j, a);
+            c = column_tile;
+            x.b += tile_step;
+        } else {
+            each_part(pair, l, depth, [&](const product_pair<value_t> &p, int64_t from, int64_t count, int64_t before) {
+                pack_rows(p.a, i + first, strip_count, from, count, tile_rows<real_t>, a + before * tile_rows<real_t>);
+            });
+        }
+        for (; c < columns; c += column_tile) {
             ask_ahead(next);
             const int64_t column_count = columns - c < column_tile ? columns - c : column_tile;
             if (!run_tile(t, x, i + first, strip_count, j + c, column_count)) break;
@@ -217,8 +255,9 @@ DENSE_INLINE void run_direct(const tile_target<value_t> &t, const side_tiles<rea
     constexpr int64_t strip = tile_rows<real_t> / width;
     constexpr int64_t column_tile = tile_columns / width;
     const int64_t tile_step = b.tile_step > 0 ? b.tile_step : tile_columns;
-    for (int64_t i = top; i < m; i += work_strips * strip) {
-        const int64_t rows = m - i < work_strips * strip ? m - i : work_strips * strip;
+    constexpr int64_t block = block_strips * strip;
+    for (int64_t i = top; i < m; i += block) {
+        const int64_t rows = m - i < block ? m - i : block;
         const real_t *tile_b = b.x;
         for (int64_t c = 0; c < columns; c += column_tile) {
             const int64_t column_count = columns - c < column_tile ? columns - c : column_tile;
@@ -234,71 +273,18 @@ DENSE_INLINE void run_direct(const tile_target<value_t> &t, const side_tiles<rea
     }
 }
 
-/* Lay out rows i..i+rows-1 in strips. Full strips of contiguous rows go depth by depth, since each depth is a page of its own: all that is
-   needed from it is read at once. */
-template <typename value_t>
-void pack_strips(const product_pair<value_t> *pair, int64_t i, int64_t rows, int64_t l, int64_t depth, real_of<value_t> *out)
-{
-    using real_t = real_of<value_t>;
-    constexpr int64_t width = parts<value_t>;
-    constexpr int64_t strip = tile_rows<real_t> / width;
-    const int64_t strips = (rows + strip - 1) / strip;
-    const int64_t full = rows / strip;
-    while (l >= pair->depth) {
-        l -= pair->depth;
-        ++pair;
-    }
-    const int64_t tile_step = tile_rows<real_t> * depth;
-    while (depth > 0) {
-        const int64_t part = depth < pair->depth - l ? depth : pair->depth - l;
-        int64_t s = 0;
-        if (pair->a.i_step == 1 && full == strips) {
-            for (int64_t d = 0; d < part; ++d) {
-                const real_t *x = as_real(pair->a.x + i + (l + d) * pair->a.l_step);
-                real_t *to = out + d * tile_rows<real_t>;
-                for (s = 0; s < full; ++s) {
-                    DENSE_UNROLL
-                    for (int64_t v = 0; v < tile_vectors; ++v) store(to + v * lanes<real_t>, load(x + v * lanes<real_t>));
-                    x += tile_rows<real_t>;
-                    to += tile_step;
-                }
-            }
-        }
-        for (; s < strips; ++s) {
-            int64_t first = 0;
-            int64_t count = 0;
-            strip_bounds<value_t>(rows, s, &first, &count);
-            pack_rows(pair->a, i + first, count, l, part, tile_rows<real_t>, out + s * tile_step);
-        }
-        out += part * tile_rows<real_t>;
-        depth -= part;
-        l = 0;
-        ++pair;
-    }
-}
-
 /* Column tiles of the right operand. */
 template <typename value_t>
 void pack_columns(const product_pair<value_t> *pair, int64_t j, int64_t columns, int64_t l, int64_t depth, real_of<value_t> *out)
 {
     constexpr int64_t column_tile = tile_columns / parts<value_t>;
-    while (l >= pair->depth) {
-        l -= pair->depth;
-        ++pair;
-    }
-    const int64_t tile_step = tile_columns * depth;
-    while (depth > 0) {
-        const int64_t part = depth < pair->depth - l ? depth : pair->depth - l;
-        real_of<value_t> *to = out;
+    each_part(pair, l, depth, [&](const product_pair<value_t> &p, int64_t first, int64_t part, int64_t before) {
+        real_of<value_t> *to = out + before * tile_columns;
         for (int64_t c = 0; c < columns; c += column_tile) {
-            pack_rows(pair->b, j + c, columns - c < column_tile ? columns - c : column_tile, l, part, tile_columns, to);
-            to += tile_step;
+            pack_rows(p.b, j + c, columns - c < column_tile ? columns - c : column_tile, first, part, tile_columns, to);
+            to += tile_columns * depth;
         }
-        out += part * tile_columns;
-        depth -= part;
-        l = 0;
-        ++pair;
-    }
+    });
 }
 
 /* Above this depth, strips that are contiguous in place are packed all the same: each of their columns lies on a page of its own.
@@ -334,7 +320,7 @@ void product_blocks(const tile_target<value_t> &target, int64_t m, int64_t n, in
                 const side_tiles<real_t> a = {as_real(pair->a.x + l * pair->a.l_step), pair->a.l_step * width, 0};
                 run_direct(t, a, b, depth, top, m, j, columns);
             } else {
-                const int64_t block = buffer.a_strips * strip;
+                constexpr int64_t block = block_strips * strip;
                 for (int64_t i = top; i < m; i += block) {
                     const int64_t rows = m - i < block ? m - i : block;
                     const int64_t after = m - i - rows < rows ? m - i - rows : rows;
@@ -342,8 +328,7 @@ void product_blocks(const tile_target<value_t> &target, int64_t m, int64_t n, in
                     const int64_t tiles_now = (met + column_tile - 1) / column_tile * ((rows + strip - 1) / strip);
                     rows_ahead<value_t> next = {pair, i + rows, l, after * width, 0, depth / tiles_now + 1};
                     if (pair->a.i_step == 1 && after > 0) next.depth = depth;
-                    pack_strips(pair, i, rows, l, depth, buffer.a);
-                    run_packed(t, buffer.a, b, depth, i, rows, j, columns, &next);
+                    run_packed(t, pair, b, l, depth, i, rows, j, columns, buffer.a, &next);
                 }
             }
             if (t.mode == write_mode::store) t.mode = write_mode::add;
@@ -361,7 +346,7 @@ __attribute__((noinline)) void product_on_stack(const tile_target<value_t> &t, i
     constexpr int64_t stack_tiles = 8;
     alignas(64) real_t a[strip_reals<real_t>];
     alignas(64) real_t b[stack_tiles * tile_reals<real_t>];
-    product_blocks(t, m, n, pair_count, pair, depth, pack_buffer<real_t>{a, b, 1, stack_tiles});
+    product_blocks(t, m, n, pair_count, pair, depth, pack_buffer<real_t>{a, b, stack_tiles});
 }
 
 template <typename value_t>

@@ -90,17 +90,23 @@ DENSE_INLINE void set_signs(tile_target<value_t> *t, bool conjugate_a, bool conj
     }
 }
 
-template <typename real_t, int mv, int nr, bool masked>
-DENSE_INLINE void tile_product(const tile_operands<real_t> &x, int64_t tail, vec<real_t> (&sum)[nr][mv])
+template <typename real_t, int mv, int nr>
+DENSE_INLINE void clear_sums(vec<real_t> (&sum)[nr][mv])
 {
-    const real_t *a = x.a;
-    const real_t *b = x.b;
     const vec<real_t> zero = broadcast(real_t{0});
     DENSE_UNROLL
     for (int j = 0; j < nr; ++j) {
         DENSE_UNROLL
         for (int v = 0; v < mv; ++v) sum[j][v] = zero;
     }
+}
+
+/* sum += a * b'. keep: what is read of a is also stored in `kept`, its depths mv vectors apart. */
+template <typename real_t, int mv, int nr, bool masked, bool keep>
+DENSE_INLINE void add_products(const tile_operands<real_t> &x, int64_t tail, real_t *kept, vec<real_t> (&sum)[nr][mv])
+{
+    const real_t *a = x.a;
+    const real_t *b = x.b;
     for (int64_t l = x.depth; l > 0; --l) {
         vec<real_t> row[mv];
         DENSE_UNROLL
@@ -109,6 +115,7 @@ DENSE_INLINE void tile_product(const tile_operands<real_t> &x, int64_t tail, vec
                 row[v] = load_part(a + v * lanes<real_t>, tail);
             else
                 row[v] = load(a + v * lanes<real_t>);
+            if constexpr (keep) store(kept + v * lanes<real_t>, row[v]);
         }
         DENSE_UNROLL
         for (int j = 0; j < nr; ++j) {
@@ -118,7 +125,15 @@ DENSE_INLINE void tile_product(const tile_operands<real_t> &x, int64_t tail, vec
         }
         a += x.a_step;
         b += x.b_step;
+        if constexpr (keep) kept += mv * lanes<real_t>;
     }
+}
+
+template <typename real_t, int mv, int nr, bool masked>
+DENSE_INLINE void tile_product(const tile_operands<real_t> &x, int64_t tail, vec<real_t> (&sum)[nr][mv])
+{
+    clear_sums<real_t, mv, nr>(sum);
+    add_products<real_t, mv, nr, masked, false>(x, tail, nullptr, sum);
 }
 
 /* The finished vector v of value column j. */
@@ -147,17 +162,51 @@ DENSE_INLINE void scatter_lanes(vec<real_of<value_t>> x, int64_t first, int64_t 
     }
 }
 
-/* Add or store a finished tile at c, columns `step` reals apart. */
+/* Where a tile goes: the columns from their row 0 on, and its first and last row there. */
+template <typename value_t, int nr>
+struct tile_place {
+    value_t *column[nr / static_cast<int>(parts<value_t>)];
+    int64_t first_row;
+    int64_t last_row;
+};
+
+/* Below this depth the result's lines are needed before a prefetch could bring them. */
+constexpr int64_t prefetch_depth = 8;
+
+/* The place of `rows` rows of values from i on and of the columns from j on; asks for its lines where the product gives them time. */
+template <typename value_t, int nr>
+DENSE_INLINE tile_place<value_t, nr> find_place(const tile_target<value_t> &t, int64_t i, int64_t rows, int64_t j, int64_t depth)
+{
+    const bool scattered = t.mode == write_mode::scatter;
+    tile_place<value_t, nr> place;
+    place.first_row = scattered ? t.row_position[i] : i;
+    place.last_row = scattered ? t.row_position[i + rows - 1] : i + rows - 1;
+    DENSE_UNROLL
+    for (int l = 0; l < nr / static_cast<int>(parts<value_t>); ++l) place.column[l] = column_of(t, j + l);
+    if (depth > prefetch_depth) {
+        /* most rows of a tile lie in two or three runs */
+        const int64_t middle_row = scattered ? t.row_position[i + (rows - 1) / 2] : place.last_row;
+        DENSE_UNROLL
+        for (value_t *column : place.column) {
+            __builtin_prefetch(column + place.first_row, 1);
+            if (middle_row != place.last_row) __builtin_prefetch(column + middle_row, 1);
+            __builtin_prefetch(column + place.last_row, 1);
+        }
+    }
+    return place;
+}
+
+/* Add or store a finished tile whose rows are one run, none above the diagonal. */
 template <typename value_t, int mv, int nr, bool masked, bool add>
-DENSE_INLINE void write_tile(const tile_target<value_t> &t, const vec<real_of<value_t>> (&sum)[nr][mv], int64_t tail, real_of<value_t> *c,
-                             int64_t step)
+DENSE_INLINE void write_tile(const tile_target<value_t> &t, const vec<real_of<value_t>> (&sum)[nr][mv], int64_t tail,
+                             const tile_place<value_t, nr> &place)
 {
     using real_t = real_of<value_t>;
     DENSE_UNROLL
     for (int l = 0; l < nr / static_cast<int>(parts<value_t>); ++l) {
         DENSE_UNROLL
         for (int v = 0; v < mv; ++v) {
-            real_t *p = c + l * step + v * lanes<real_t>;
+            real_t *p = as_real(place.column[l] + place.first_row) + v * lanes<real_t>;
             const vec<real_t> y = tile_value<value_t, mv, nr>(t, sum, l, v);
             if (masked && v == mv - 1)
                 store_part(p, add ? load_part(p, tail) + y : y, tail);
@@ -167,19 +216,15 @@ DENSE_INLINE void write_tile(const tile_target<value_t> &t, const vec<real_of<va
     }
 }
 
-/* Add a finished tile whose entries need looking at: scattered rows, or a diagonal that crosses it. Rows of values from i on, columns from
-   j on. Entries above the diagonal are left alone. */
+/* Add a finished tile whose entries need looking at: rows in several runs, or a diagonal that crosses it. Rows of values from i on, columns
+   from j on. Entries above the diagonal are left alone. */
 template <typename value_t, int mv, int nr, bool masked>
-DENSE_INLINE void place_tile(const tile_target<value_t> &t, const vec<real_of<value_t>> (&sum)[nr][mv], int64_t tail, int64_t i, int64_t j)
+DENSE_INLINE void place_tile(const tile_target<value_t> &t, const vec<real_of<value_t>> (&sum)[nr][mv], int64_t tail, int64_t i, int64_t j,
+                             bool crossed, const tile_place<value_t, nr> &place)
 {
     using real_t = real_of<value_t>;
-    constexpr int columns = nr / static_cast<int>(parts<value_t>);
     constexpr int64_t values = lanes<real_t> / parts<value_t>; /* values in a vector */
     const bool scattered = t.mode == write_mode::scatter;
-    const bool crossed = t.lower && i < first_row_of(t, j + columns - 1);
-    value_t *column[columns];
-    DENSE_UNROLL
-    for (int l = 0; l < columns; ++l) column[l] = column_of(t, j + l);
     DENSE_UNROLL
     for (int v = 0; v < mv; ++v) {
         const bool part = masked && v == mv - 1;
@@ -189,13 +234,13 @@ DENSE_INLINE void place_tile(const tile_target<value_t> &t, const vec<real_of<va
         const int64_t start = scattered ? position[0] : row;
         const bool run = !scattered || position[count - 1] - start == count - 1;
         DENSE_UNROLL
-        for (int l = 0; l < columns; ++l) {
+        for (int l = 0; l < nr / static_cast<int>(parts<value_t>); ++l) {
             const vec<real_t> y = tile_value<value_t, mv, nr>(t, sum, l, v);
             const int64_t above = crossed && first_row_of(t, j + l) > row ? first_row_of(t, j + l) - row : 0;
             if (!run)
-                scatter_lanes<value_t>(y, above, count, position, column[l]);
+                scatter_lanes<value_t>(y, above, count, position, place.column[l]);
             else {
-                real_t *p = as_real(column[l] + start);
+                real_t *p = as_real(place.column[l] + start);
                 if (part || above > 0) {
                     if (above < count) add_range(p, y, above * parts<value_t>, count * parts<value_t>);
                 } else
@@ -205,49 +250,32 @@ DENSE_INLINE void place_tile(const tile_target<value_t> &t, const vec<real_of<va
     }
 }
 
-/* Below this depth the result's lines are needed before a prefetch could bring them. */
-constexpr int64_t prefetch_depth = 8;
+/* A finished tile, to its place. */
+template <typename value_t, int mv, int nr, bool masked>
+DENSE_INLINE void finish_tile(const tile_target<value_t> &t, const vec<real_of<value_t>> (&sum)[nr][mv], int64_t tail, int64_t i, int64_t j,
+                              const tile_place<value_t, nr> &place)
+{
+    constexpr int columns = nr / static_cast<int>(parts<value_t>);
+    const int64_t rows = ((mv - 1) * lanes<real_of<value_t>> + (masked ? tail : lanes<real_of<value_t>>)) / parts<value_t>;
+    const bool crossed = t.lower && i < first_row_of(t, j + columns - 1);
+    if (crossed || place.last_row - place.first_row != rows - 1)
+        place_tile<value_t, mv, nr, masked>(t, sum, tail, i, j, crossed, place);
+    else if (t.mode != write_mode::store)
+        write_tile<value_t, mv, nr, masked, true>(t, sum, tail, place);
+    else
+        write_tile<value_t, mv, nr, masked, false>(t, sum, tail, place);
+}
 
 /* One tile: rows of values from i on, columns of values from j on; tail: lanes of the last vector (masked only). */
 template <typename value_t, int mv, int nr, bool masked>
 void tile_run(const tile_target<value_t> &t, const tile_operands<real_of<value_t>> &x, int64_t i, int64_t j, int64_t tail)
 {
     using real_t = real_of<value_t>;
-    constexpr int columns = nr / static_cast<int>(parts<value_t>);
+    const int64_t rows = ((mv - 1) * lanes<real_t> + (masked ? tail : lanes<real_t>)) / parts<value_t>;
+    const tile_place<value_t, nr> place = find_place<value_t, nr>(t, i, rows, j, x.depth);
     vec<real_t> sum[nr][mv];
-    const bool scattered = t.mode == write_mode::scatter;
-    if ((scattered || t.column_start != nullptr) && x.depth > prefetch_depth) {
-        /* most rows of a tile lie in two or three runs */
-        const int64_t last = (mv * lanes<real_t> - (masked ? lanes<real_t> - tail : 0)) / parts<value_t> - 1;
-        const int64_t first_row = scattered ? t.row_position[i] : i, last_row = scattered ? t.row_position[i + last] : i + last;
-        const int64_t middle_row = scattered ? t.row_position[i + last / 2] : last_row;
-        DENSE_UNROLL
-        for (int l = 0; l < columns; ++l) {
-            const value_t *column = column_of(t, j + l);
-            __builtin_prefetch(column + first_row, 1);
-            __builtin_prefetch(column + middle_row, 1);
-            __builtin_prefetch(column + last_row, 1);
-        }
-    }
-    if (scattered || t.column_start != nullptr || (t.lower && i < j + columns - 1)) {
-        tile_product<real_t, mv, nr, masked>(x, tail, sum);
-        place_tile<value_t, mv, nr, masked>(t, sum, tail, i, j);
-        return;
-    }
-    real_t *c = as_real(t.c + i + j * t.ldc);
-    const int64_t step = t.ldc * parts<value_t>;
-    if (x.depth > prefetch_depth) {
-        DENSE_UNROLL
-        for (int l = 0; l < columns; ++l) {
-            __builtin_prefetch(c + l * step, 1);
-            __builtin_prefetch(c + l * step + mv * lanes<real_t> - 1, 1);
-        }
-    }
     tile_product<real_t, mv, nr, masked>(x, tail, sum);
-    if (t.mode == write_mode::add)
-        write_tile<value_t, mv, nr, masked, true>(t, sum, tail, c, step);
-    else
-        write_tile<value_t, mv, nr, masked, false>(t, sum, tail, c, step);
+    finish_tile<value_t, mv, nr, masked>(t, sum, tail, i, j, place);
 }
 
 template <typename value_t>
