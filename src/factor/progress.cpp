@@ -48,7 +48,11 @@ void report_percent(factor_run<value_t> *run, int64_t percent)
 template <typename value_t>
 void publish_blocks(factor_run<value_t> *run, thread_space<value_t> *space, bool always)
 {
-    const int64_t done = run->done.fetch_add(space->done, std::memory_order_relaxed) + space->done;
+    int64_t done = run->done.load(std::memory_order_relaxed) + space->done;
+    if (run->in->nproc == 1) /* an addition under a lock is a tenth of a factorization of a hundred rows */
+        run->done.store(done, std::memory_order_relaxed);
+    else
+        done = run->done.fetch_add(space->done, std::memory_order_relaxed) + space->done;
     space->done = 0;
     if (space->id != 1) return;
     int64_t percent = static_cast<int64_t>(static_cast<double>(done - 1) / static_cast<double>(run->total_entries) * 100);

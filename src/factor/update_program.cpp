@@ -79,6 +79,11 @@ bool much_arithmetic(const supernodal_structure &s)
     return squares > static_cast<double>(squares_per_entry) * static_cast<double>(s.nnz_l);
 }
 
+int64_t most_words(const supernodal_structure &s)
+{
+    return words_per_entry * (s.nnz_l + s.nnz_u) + few_words;
+}
+
 } // namespace
 
 int64_t update_program_words(int64_t matrix_type, const supernodal_structure *structure)
@@ -88,19 +93,22 @@ int64_t update_program_words(int64_t matrix_type, const supernodal_structure *st
     factor_kind kind = factor_kind::lu;
     if (!find_kind(matrix_type, &kind) || entries > INT32_MAX / words_per_entry - few_words) return 0;
     if (s.neqns > columns_on_average * s.supernodes || much_arithmetic(s)) return 0;
-    const int64_t most = words_per_entry * entries + few_words;
-    if (kind == factor_kind::lu) return product_program_words(s, most);
+    if (kind != factor_kind::ldlt) {
+        const int64_t words = product_program_words(s, kind == factor_kind::lu, most_words(s));
+        if (words > 0 || kind == factor_kind::lu) return words;
+    }
     int64_t words = 1 + s.supernodes;
     for_each_update(s, [&](const program_update &u) { words += update_words(kind, u); });
-    return words <= most ? words : 0;
+    return words <= most_words(s) ? words : 0;
 }
 
 void build_update_program(const update_program_input *input, int32_t *program)
 {
+    const supernodal_structure &s = *input->structure;
     factor_kind kind = factor_kind::lu;
     if (!find_kind(input->matrix_type, &kind)) return;
-    if (kind == factor_kind::lu)
-        build_product_program(*input, program);
+    if (kind == factor_kind::lu || (kind == factor_kind::cholesky && product_program_words(s, false, most_words(s)) > 0))
+        build_product_program(*input, kind, program);
     else
         build_triangle_program(*input, kind, program);
 }

@@ -2,7 +2,14 @@
    most updates are a few products, finding their places takes longer than the products.
 
    A program is a list of 32-bit words: the kind of the factors, since the updates are written down differently, then the targets in order.
-   One triangle (Cholesky, LDL^T): a target has
+   LU and small Cholesky factors, whose products are listed (program_of_products is added to the kind): a target has
+       lower, upper   products that change its block of lnz and that of unz
+       large          updates of too many products
+       product[lower + upper]: to, from, factor: places from 0, of `to` and `from` on the changed side, of `factor` on the other one (in lnz
+                      for Cholesky)
+       update[large]: rows, source
+   and at the end stands a byte for each word of the row lists, which says whether that row of L and that column of U can hold anything.
+   Else a target has
        words          of all its updates, which follow
        an update, sources ascending:
          width        columns of the source; 0 for an update that is not small, of which only the next two words are there
@@ -11,13 +18,7 @@
          columns      k: the rows among them that are columns of the target
          lower        place in lnz, from 0, of the first of the rows
          ld           leading dimension of the source's block of lnz
-         place[q]     offset of each row in the row list of the target
-   LU: a target has
-       lower, upper   products that change its block of lnz and that of unz
-       large          updates of too many products
-       product[lower + upper]: to, from, factor: places from 0, of `to` and `from` on the changed side, of `factor` on the other one
-       update[large]: rows, source
-   At the end stands a byte for each word of the row lists, which says whether that row of L and that column of U can hold anything. */
+         place[q]     offset of each row in the row list of the target */
 #pragma once
 
 #include "factor/factor_run.h"
@@ -35,12 +36,12 @@ enum program_word : int64_t {
 
 enum product_target_word : int64_t { products_lower, products_upper, products_large, product_target_words };
 inline constexpr int64_t product_words = 3, large_update_words = 2;
-inline constexpr int32_t program_void = -1; /* in place of the kind: did not fit */
+inline constexpr int32_t program_void = -1, program_of_products = 256; /* void, in place of the kind: did not fit */
 
 /* Made for this kind? The sign of the type may change between two factorizations. */
 inline bool program_fits(const int32_t *program, factor_kind kind)
 {
-    return program != nullptr && program[0] == static_cast<int32_t>(kind);
+    return program != nullptr && (program[0] & ~program_of_products) == static_cast<int32_t>(kind);
 }
 
 /* One update: the last q rows of the source's list, the first k of them columns of the target. */
@@ -75,6 +76,6 @@ inline void for_each_place(const supernodal_structure &s, const program_update &
     }
 }
 
-/* The program of LU: words that it may need, and the program. */
-int64_t product_program_words(const supernodal_structure &s, int64_t most_words);
-void build_product_program(const update_program_input &in, int32_t *program);
+/* The program of products: words that it may need, 0 when there is no room; and the program. two_sides: LU. */
+int64_t product_program_words(const supernodal_structure &s, bool two_sides, int64_t most_words);
+void build_product_program(const update_program_input &in, factor_kind kind, int32_t *program);
