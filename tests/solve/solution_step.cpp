@@ -1,4 +1,4 @@
-/* The solves against dense products: a wrong exchange, conjugation, scale, window or private vector shows as a large backward error. */
+/* The solves against dense products: a wrong exchange, conjugation, scale or private vector shows as a large backward error. */
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -163,44 +163,6 @@ TYPED_TEST(solution_step_of, domains_in_parallel_give_the_serial_result_and_the_
                 ASSERT_EQ(again, x);
             }
         }
-}
-
-TYPED_TEST(solution_step_of, windows_take_and_give_only_the_last_rows)
-{
-    constexpr int64_t count = 9;
-    for (const int64_t type : types_of<TypeParam>())
-        for (const int64_t nb : {1, 3})
-            for (const int64_t window : {1, 2, 3, 4}) {
-                synthetic_factors<TypeParam> f;
-                make_factors(&f, type, 1, 50, 0, false, 17);
-                std::vector<bool> last(static_cast<size_t>(f.n * nb)); /* by given number; rows and columns differ for LU */
-                std::vector<bool> last_in(last);
-                for (int64_t k = 0; k < nb; ++k)
-                    for (int64_t i = f.n - count; i < f.n; ++i) {
-                        const int64_t column = f.perm[static_cast<size_t>(i)];
-                        last[static_cast<size_t>(k * f.n + column - 1)] = true;
-                        last_in[static_cast<size_t>(k * f.n + (type > 10 ? f.row_order[static_cast<size_t>(column - 1)] : column) - 1)] =
-                            true;
-                    }
-                std::vector<TypeParam> b = random_vector<TypeParam>(static_cast<size_t>(f.n * nb), 3), reduced(b), full(b.size());
-                for (size_t i = 0; i < b.size(); ++i)
-                    if (window <= 2 && !last_in[i]) reduced[i] = TypeParam(0);
-                solve_input<TypeParam> in = input_for(f, nb, &reduced, &full);
-                ASSERT_EQ(solution_step(&in), 0);
-                const TypeParam poison = TypeParam(777.0F);
-                std::vector<TypeParam> x(b.size(), poison);
-                in = input_for(f, nb, &b, &x);
-                in.window_first = window;
-                in.window_count = count;
-                ASSERT_EQ(solution_step(&in), 0);
-                for (size_t i = 0; i < x.size(); ++i) {
-                    if (window % 2 != 0 && !last[i]) {
-                        EXPECT_EQ(x[i], poison);
-                    } else {
-                        EXPECT_LT(std::abs(x[i] - full[i]), tolerance<TypeParam>() * norm(full)) << "type " << type << " window " << window;
-                    }
-                }
-            }
 }
 
 } // namespace

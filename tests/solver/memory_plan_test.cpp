@@ -1,4 +1,4 @@
-/* The memory plan by itself: stages that do nothing, counting runs, growth, capped sizes, the files' windows. */
+/* The memory plan by itself: counting runs, growth, capped sizes, the files' windows. */
 #include <gtest/gtest.h>
 
 #include "session.h"
@@ -35,16 +35,6 @@ struct planned_state {
     }
 };
 } // namespace
-
-TEST(memory_plan, unknown_stages_and_modes_do_nothing)
-{
-    planned_state p;
-    const int64_t before = p.state->memory_current;
-    for (const int64_t stage : {-2, 0, 11}) memory_plan(stage, 0, p.state);
-    release_arrays(7, 0, p.state);
-    EXPECT_EQ(p.state->memory_current, before);
-    EXPECT_EQ(p.state->memory_error_stage, 0);
-}
 
 TEST(memory_plan, counting_foretells_what_allocating_takes)
 {

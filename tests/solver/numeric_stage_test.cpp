@@ -1,5 +1,5 @@
-/* Order of the numeric work: refinement behind a perturbed factorization, old factors as a preconditioner, the new factorization that a
-   failed iteration leaves due. */
+/* Order of the numeric work: refinement behind a perturbed factorization, the new factorization that a failed iteration leaves due; matched
+   and scaled types under every scheme. */
 #include <gtest/gtest.h>
 
 #include "session.h"
@@ -10,12 +10,6 @@ namespace
 control_block *control_of(session *s)
 {
     return static_cast<solver_state *>(s->handle[slot_state])->control;
-}
-
-void change_values(session *s, double share)
-{
-    for (size_t p = 0; p < s->values.size(); ++p) s->values[p] *= 1.0 + share * static_cast<double>(p % 5);
-    s->load();
 }
 
 void load_with_defaults(session *s, int64_t type)
@@ -48,50 +42,6 @@ TEST(numeric_stage, perturbed_pivots_are_repaired_and_reported)
     }
 }
 
-TEST(numeric_stage, requested_refinement_runs_in_its_own_run)
-{
-    for (const int64_t request : {1, 3, -2}) {
-        for (const int64_t type : {2, 13}) {
-            session s;
-            load_with_defaults(&s, type);
-            s.parameter(iparam_refinement_request) = request;
-            for (const int64_t ido : {13, 33, 23}) {
-                s.load();
-                ASSERT_EQ(s.call(ido), 0);
-                EXPECT_GE(s.parameter(iparam_refinement_done), 1);
-                EXPECT_LT(backward_error(&s, s.unpack(s.x)), 1e-14);
-            }
-        }
-    }
-}
-
-TEST(numeric_stage, old_factors_precondition_new_values)
-{
-    for (const int64_t type : {2, 11, 6}) {
-        for (const int64_t overwrite : {0, 1}) {
-            session s;
-            load_with_defaults(&s, type);
-            ASSERT_EQ(s.call(12), 0);
-            change_values(&s, 0.01);
-            s.parameter(iparam_hybrid) = type == 2 ? -102 : -101;
-            s.parameter(iparam_overwrite_rhs) = overwrite;
-            ASSERT_EQ(s.call(33), 0);
-            EXPECT_GT(s.parameter(iparam_hybrid_result), 0);
-            EXPECT_LT(backward_error(&s, s.unpack(overwrite == 1 ? s.b : s.x)), 1e-8);
-        }
-    }
-}
-
-TEST(numeric_stage, negative_mode_without_factors_factors_first)
-{
-    session s;
-    load_with_defaults(&s, 2);
-    s.parameter(iparam_hybrid) = -102;
-    ASSERT_EQ(s.call(13), 0);
-    EXPECT_LT(backward_error(&s, s.unpack(s.x)), 1e-9);
-    EXPECT_GT(s.parameter(iparam_positive_pivots), 0);
-}
-
 TEST(numeric_stage, failed_iteration_makes_the_next_solve_factor)
 {
     session s;
@@ -114,17 +64,27 @@ TEST(numeric_stage, failed_iteration_makes_the_next_solve_factor)
     EXPECT_LT(backward_error(&s, s.unpack(s.x)), 1e-12);
 }
 
-TEST(numeric_stage, single_steps_compose_to_the_solve)
+TEST(numeric_stage, matched_and_scaled_types_with_threads_and_schemes)
 {
-    for (const int64_t type : {2, -2, 4, 6, 11}) {
-        session s;
-        load_with_defaults(&s, type);
-        ASSERT_EQ(s.call(12), 0);
-        s.parameter(iparam_perturbed_pivots) = 0;
-        for (const int64_t ido : {331, 332, 333}) {
-            ASSERT_EQ(s.call(ido), 0);
-            s.b = s.x;
+    for (const int64_t type : {-2, -4, 6, 11, 13}) {
+        for (const int64_t scheme : {0, 1, 2, 3}) {
+            for (const int64_t matching : {0, 1, 2}) {
+                session s;
+                load_grid(&s, type, 20, 2);
+                iparam_defaults(s.iparam, type);
+                s.parameter(iparam_matching) = matching;
+                s.parameter(iparam_scaling) = matching > 0 ? 1 : 0;
+                s.parameter(iparam_preprocessing) = scheme == 3 ? 0 : 2;
+                s.parameter(iparam_scheme) = scheme == 1 ? 1 : 0;
+                s.parameter(iparam_reproducible_units) = scheme == 2 ? 4 : 0;
+                for (size_t p = 0; p < s.values.size(); p += 3) s.values[p] *= 1e3; /* something to scale */
+                for (const int64_t ido : {13, 22, 33}) {
+                    s.load();
+                    ASSERT_EQ(s.call(ido), 0) << type << " " << scheme << " " << matching;
+                }
+                /* without matching the pivots are taken inside their blocks as they come */
+                EXPECT_LT(backward_error(&s, s.unpack(s.x)), matching > 0 ? 1e-12 : 1e-10) << type << " " << scheme << " " << matching;
+            }
         }
-        EXPECT_LT(backward_error(&s, s.unpack(s.x)), 1e-13) << type;
     }
 }
