@@ -180,7 +180,7 @@ template <typename value_t>
 inline void report_block(factor_run<value_t> *run, thread_space<value_t> *space, int64_t entries, bool always)
 {
     space->done += entries;
-    if (space->done * 256 >= run->total_entries || (always && space->id == 1)) publish_blocks(run, space, always);
+    if (space->done * 128 >= run->total_entries || (always && space->id == 1)) publish_blocks(run, space, always);
 }
 
 /* ---- drivers ---- */

@@ -84,7 +84,9 @@ double plain_residual(const residual_matrix<value_t> *matrix, int64_t nb, const 
         const value_t *entry = a + (ia[0] - 1);
         for (int64_t i = 0; i < n; ++i) {
             value_t row = value_t(0);
-            for (const int64_t *const end = ja + (ia[i + 1] - 1); at < end; ++at, ++entry) row += product(*entry, column[*at - 1]);
+            const int64_t *const end = ja + (ia[i + 1] - 1);
+            for (; at + 1 < end; at += 2, entry += 2) row += product(entry[0], column[at[0] - 1]) + product(entry[1], column[at[1] - 1]);
+            if (at < end) row += product(*entry++, column[*at++ - 1]);
             residual[k * n + i] = rhs[k * n + i] - row;
             sum += modulus(residual[k * n + i]);
         }

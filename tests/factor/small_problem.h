@@ -375,20 +375,14 @@ struct factorization {
     factor_result result = {};
 };
 
-/* An update program for the structure, if it is worth one. */
+/* An update program for the structure, in `words` words. */
 template <typename value_t>
-void add_program(const small_problem<value_t> &q, factorization<value_t> *f)
+void add_program(const small_problem<value_t> &q, int64_t words, factorization<value_t> *f)
 {
-    f->program.assign(static_cast<size_t>(update_program_words(q.type, &q.structure)), -7);
+    f->program.assign(static_cast<size_t>(words), -7);
     if (f->program.empty()) return;
-    const size_t n = static_cast<size_t>(q.n);
-    const update_program_input in = {q.type,
-                                     &q.structure,
-                                     &f->map,
-                                     static_cast<int64_t>(f->program.size()),
-                                     f->scratch.data(),
-                                     f->scratch.data() + n,
-                                     f->scratch.data() + 2 * n};
+    int64_t *const scratch = f->scratch.data();
+    const update_program_input in = {q.type, &q.structure, &f->map, words, scratch, scratch + q.n, scratch + 2 * q.n};
     build_update_program(&in, f->program.data());
     f->input.program = f->program.data();
 }
@@ -453,5 +447,5 @@ void prepare(const small_problem<value_t> &q, int64_t threads, factorization<val
     f->input.thread_rows = f->thread_rows.data();
     f->input.update_buffer = f->buffer.data();
     f->input.buffer_entries = entries;
-    if (along_program) add_program(q, f);
+    if (along_program) add_program(q, update_program_words(q.type, &q.structure), f);
 }

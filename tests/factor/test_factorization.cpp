@@ -102,4 +102,23 @@ TYPED_TEST(factorization_of, pivoted_types_rebuild_a_matrix_with_weak_diagonal)
     }
 }
 
+/* Products written past the end of a program, and updates that are lost or doubled when fewer of them are listed. */
+TYPED_TEST(factorization_of, programs_with_less_room_list_fewer_products)
+{
+    const int64_t type = is_real<TypeParam> ? 11 : 13;
+    const auto q = make_problem<TypeParam>(type, {120, 0.03, 5, 1, 4, -1, true});
+    int64_t sizes = 0;
+    for (int64_t words = update_program_words(type, &q.structure);; words -= words / 6) {
+        factorization<TypeParam> f;
+        prepare(q, 1, &f);
+        add_program(q, words, &f);
+        if (f.program[0] < 0) break; /* no room for the least program */
+        numeric_dispatch(&f.input, &f.result);
+        ASSERT_EQ(f.result.error, 0);
+        ASSERT_LE(rebuild_error(q, f), tolerance<TypeParam>(4)) << words;
+        ++sizes;
+    }
+    EXPECT_GT(sizes, 3);
+}
+
 } // namespace
