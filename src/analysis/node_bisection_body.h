@@ -6,6 +6,8 @@
    separator is asked for, work on copies that share the arrays of the graph, so they can run side by side at the top of the recursion,
    where there are no two halves yet; and each of them starts its random numbers anew, so that running them in turn gives the same. */
 
+#include "analysis/coarsening_body.h"
+
 namespace
 {
 constexpr idx_t try_size = 5000;   /* from this size on: coarsen first, and several tries */
@@ -57,8 +59,7 @@ graph_t *share_graph(const graph_t *graph)
 void coarsen_attempt(ctrl_t *ctrl, bisection_attempt *a)
 {
     wkl_metis_gk_randinit(a->seed);
-    ctrl->CoarsenTo = a->graph->nvtxs / 30 > 100 ? a->graph->nvtxs / 30 : 100;
-    a->coarse = CoarsenGraphNlevels(ctrl, a->graph, coarse_levels);
+    a->coarse = coarsen_graph(ctrl, a->graph, coarse_levels, a->graph->nvtxs / 30 > 100 ? a->graph->nvtxs / 30 : 100);
 }
 
 void run_try(ctrl_t *ctrl, bisection_attempt *a, int64_t number)
