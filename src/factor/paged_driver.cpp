@@ -1,6 +1,7 @@
-#include "factor/factor_run.h"
-
 #include <algorithm>
+
+#include "factor/factor_run.h"
+#include "factor/paged_batches.h"
 
 /* The driver for factors in files. It reads as little as it can: small subtrees, whose blocks stay in the windows, go to one thread each;
    above them as many supernodes as most of the windows hold are assembled together, a batch, so that a source is read once for all of
@@ -13,6 +14,8 @@ namespace
 {
 
 constexpr int64_t member_limit = 256, source_limit = 2048;
+/* Of the windows: members of a batch get 25/32, a little less than the pager admits since pages leave gaps; a group of sources a 20th. */
+constexpr int64_t planned_share = 32, planned_part = 25, group_share = 20;
 
 struct source_group {
     int64_t count, number[source_limit];
@@ -21,7 +24,7 @@ struct source_group {
 template <typename value_t>
 struct batch_state {
     const supernodal_structure *s;
-    int64_t *status; /* [supernodes] minus the first supernode of a subtree at its root, 0 inside a subtree, 1 above the subtrees */
+    int64_t *status; /* [supernodes] minus the first supernode of a subtree at its root, 0 inside a subtree, above 0 above the subtrees */
     int64_t *waits;  /* [supernodes] of a finished one: the supernode above the subtrees that it updates next; 0: none */
     int64_t group_bytes;
     int64_t last, count; /* members */
@@ -33,12 +36,6 @@ struct batch_state {
     int64_t factored, applied[member_limit]; /* members that are factored, and how many of those a member has received */
     bool taken[member_limit];                /* a thread works on it */
 };
-
-int64_t block_entries(const supernodal_structure &s, int64_t number, bool two_sides)
-{
-    const int64_t rows = supernode_rows(s, number), columns = supernode_columns(s, number);
-    return (two_sides ? 2 * rows - columns : rows) * columns;
-}
 
 /* Cut the tree. limit: entries of a subtree. next: links the supernodes of a subtree, ascending; a supernode's word is free once it is
    done. size and root are scratch of supernodes words. */
@@ -87,7 +84,7 @@ void update_member(factor_run<value_t> *run, thread_space<value_t> *space, targe
     flush_updates<value_t, kind, sym>(run, space, member);
 }
 
-/* Hold the supernodes from `first` on, as many as the windows admit. One thread, while no source is held. */
+/* Hold the supernodes from `first` on, as far as planned and as many as the windows admit. One thread, while no source is held. */
 template <typename value_t>
 void open_batch(factor_run<value_t> *run, batch_state<value_t> *batch, int64_t first)
 {
@@ -97,6 +94,7 @@ void open_batch(factor_run<value_t> *run, batch_state<value_t> *batch, int64_t f
     batch->last = first;
     for (int64_t i = first; i <= run->s->supernodes && batch->count < member_limit && !failed(run); ++i) {
         if (batch->status[i - 1] <= 0) continue;
+        if (i > first && batch->status[i - 1] == supernode_begins_batch) break;
         const auto admitted = [&](factor_side side) { return pager->admits(pager->context, side, i); };
         if (i > first && !(admitted(factor_side::lower) && (!run->two_sides || admitted(factor_side::upper)))) break;
         if (!open_target(run, i, block_use::create, &batch->member[batch->count])) break;
@@ -291,13 +289,15 @@ void paged_region(factor_run<value_t> *run, void *work)
     batch.s = &s;
     batch.status = run->in->lists->status;
     batch.waits = run->in->thread_rows;
-    batch.group_bytes = pager->window_bytes / 16;
+    batch.group_bytes = pager->window_bytes / group_share;
     const source_lists lists = {run->in->thread_rows + supernodes, batch.waits};
     const int64_t total = s.nnz_l + (run->two_sides ? s.nnz_u : 0);
     const int64_t limit = std::min(pager->window_bytes / (2 * team) / entry, total / (8 * team));
     thread_space<value_t> scratch;
     bind_thread_space(run, 1, work, &scratch);
     cut_tree(s, run->two_sides, limit, scratch.relative, scratch.row_position, batch.status, lists.next);
+    plan_batches(s, run->two_sides, pager->window_bytes / entry / planned_share * planned_part, member_limit, batch.status,
+                 scratch.relative, 2 * s.neqns);
     for (int64_t c = 0; c < s.neqns; ++c) lists.head[c] = 0;
     int64_t threads = 0;
 #pragma omp parallel num_threads(static_cast <int>(team))

@@ -65,7 +65,7 @@ bool ooc_admits_target(const ooc_tree *tree, const ooc_side *side, const ooc_pag
     if (page->target_pins > 0) return true;
     int64_t bytes = page->length, victim = -1, until = -1;
     for (int64_t i = side->target_head; i >= 0; i = side->pages[i].next_target) bytes += side->pages[i].length;
-    if (bytes > side->bytes / 4 * 3) return false;
+    if (bytes > side->bytes / 16 * 13) return false;
     if (page->state == page_state::resident) return ooc_may_pin_target(tree, side, page);
     return ooc_find_place(tree, side, page, page->length, ooc_wish::target, &victim, &until) >= 0;
 }

@@ -121,7 +121,7 @@ enum class ooc_wish { target, source, ahead };
    pinned, are *victim .. until (exclusive) of the list by address; equal when there is none. */
 int64_t ooc_find_place(const ooc_tree *tree, const ooc_side *side, const ooc_page *page, int64_t length, ooc_wish wish, int64_t *victim,
                        int64_t *until);
-/* Three quarters of a window are for targets, the rest for sources. Asked while no source is held. */
+/* Thirteen sixteenths of a window are for targets, the rest for sources. Asked while no source is held. */
 bool ooc_admits_target(const ooc_tree *tree, const ooc_side *side, const ooc_page *page);
 bool ooc_may_pin_target(const ooc_tree *tree, const ooc_side *side, const ooc_page *page);
 /* Count a pin of a target, or take it back. */
