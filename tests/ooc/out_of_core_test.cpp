@@ -1,11 +1,16 @@
 /* Whole solver sessions with the factors in files. */
+#include <aio.h>
 #include <array>
+#include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <filesystem>
 #include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 #include <omp.h>
@@ -13,6 +18,32 @@
 #include "../solver/failure_harness.h"
 #include "../solver/session.h"
 #include "state/records.h"
+
+/* In place of the system's transfers in the background: as they are, refused, left undone, or with the file cut short under them. */
+enum class trouble { none, refused, undone, cut };
+static std::atomic<trouble> transfers{trouble::none};
+static std::atomic<int64_t> asked{0};
+
+static int ask(const char *name, aiocb *request)
+{
+    ++asked;
+    errno = EAGAIN;
+    return transfers == trouble::refused ? -1 : reinterpret_cast<int (*)(aiocb *)>(dlsym(RTLD_NEXT, name))(request);
+}
+extern "C" int aio_read(aiocb *request) noexcept
+{
+    return ask("aio_read", request);
+}
+extern "C" int aio_write(aiocb *request) noexcept
+{
+    return ask("aio_write", request);
+}
+extern "C" ssize_t aio_return(aiocb *request) noexcept
+{
+    const ssize_t moved = reinterpret_cast<ssize_t (*)(aiocb *)>(dlsym(RTLD_NEXT, "aio_return"))(request);
+    if (transfers == trouble::cut) { EXPECT_EQ(ftruncate(request->aio_fildes, 0), 0); }
+    return transfers == trouble::undone || transfers == trouble::cut ? -1 : moved;
+}
 
 namespace
 {
@@ -272,6 +303,30 @@ TEST(out_of_core_faults, files_missing_shortened_changed_or_replaced_by_links)
             << text;
         s.msglvl = 0;
         expect_usable_in_core(&s);
+    }
+}
+
+TEST(out_of_core_faults, transfers_in_the_background_refused_undone_or_lost)
+{
+    std::vector<unsigned char> first;
+    for (const trouble met : {trouble::none, trouble::refused, trouble::undone, trouble::cut}) {
+        session s;
+        prepare(&s, -2, 200, 2, 2, 0);
+        const ooc_folder folder("2000");
+        analyse_for_least_windows(&s);
+        asked = 0;
+        transfers = met == trouble::cut ? trouble::none : met;
+        ASSERT_EQ(s.call(22), 0);
+        transfers = met;
+        s.call(33);
+        transfers = trouble::none;
+        if (asked == 0) GTEST_SKIP() << "nothing goes in the background here";
+        EXPECT_EQ(s.error, met == trouble::cut ? -11 : 0);
+        if (met == trouble::none) first = s.x;
+        if (met == trouble::cut)
+            expect_usable_in_core(&s);
+        else
+            EXPECT_EQ(s.x, first) << static_cast<int>(met);
     }
 }
 
