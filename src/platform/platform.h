@@ -30,6 +30,7 @@ double platform_seconds();                        /* monotonic clock, seconds fr
 [[noreturn]] void platform_terminate(int status); /* end the process at once; streams are not flushed */
 bool platform_is_terminal(int descriptor);        /* 1 standard output, 2 standard error */
 int64_t platform_process_id();                    /* no other living process has it */
+void platform_trim_memory(); /* give the system what the allocator holds free, where that can be asked for; some milliseconds */
 
 /* ---- translated texts ---- */
 /* Locale number of the calling thread (1033 English of the United States, 1031 German, ...); 1033 when it is not known. */

@@ -4,6 +4,7 @@
 #include <initializer_list>
 
 #include "factor/factor.h"
+#include "platform/platform.h"
 #include "service/service.h"
 #include "solve/solve.h"
 #include "solver/control.h"
@@ -223,12 +224,17 @@ void plan_ooc_arrays(planner *plan)
     give(plan, array_map_dest_u, sum(product(c + 3, threads), 1));
 }
 
+/* Words of the first factors from which on the system gets back before what the analysis freed: 20 MB beside 200 MB. */
+constexpr int64_t large_factor = int64_t{1} << 22;
+
 void plan_factors(planner *plan)
 {
     const solver_state *s = plan->state;
     const bool out_of_core = s->core_mode == core_out;
     const int64_t e = s->element_words, n = s->neqns;
-    give(plan, s->factor_current_l, sum(real_words(s, product(e, out_of_core ? s->ooc_buffer_u : s->nnz_l)), 1));
+    const int64_t words_l = sum(real_words(s, product(e, out_of_core ? s->ooc_buffer_u : s->nnz_l)), 1);
+    if (!plan->count_only && s->factor_current_l->data == nullptr && words_l >= large_factor) platform_trim_memory();
+    give(plan, s->factor_current_l, words_l);
     give(plan, s->factor_current_u, sum(real_words(s, product(e, out_of_core ? s->ooc_buffer_v : s->nnz_u)), 1));
     const bool indefinite = s->matrix_type == -4 || s->matrix_type == -2 || s->matrix_type == 6;
     const int64_t third = indefinite && s->pivoting != 0 ? 2 : 1;

@@ -2,6 +2,9 @@
 
 #include <ctime>
 #include <unistd.h>
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
 
 double platform_seconds()
 {
@@ -23,4 +26,11 @@ bool platform_is_terminal(int descriptor)
 int64_t platform_process_id()
 {
     return getpid();
+}
+
+void platform_trim_memory()
+{
+#if defined(__GLIBC__)
+    (void)malloc_trim(0);
+#endif
 }
