@@ -93,6 +93,9 @@ inline bool failed(const factor_run<value_t> *run)
 /* Point a thread's space into the arrays of the input. id counts from 1. work: nproc parts of dense_work_size() bytes, or null. */
 template <typename value_t>
 void bind_thread_space(const factor_run<value_t> *run, int64_t id, void *work, thread_space<value_t> *space);
+/* The same for a thread that comes to a region, with the next id. */
+template <typename value_t>
+void enter_region(const factor_run<value_t> *run, int64_t *threads, void *work, thread_space<value_t> *space);
 /* Add the thread's counts to the shared ones, under stats_lock. */
 template <typename value_t>
 void merge_counts(factor_run<value_t> *run, thread_space<value_t> *space);
@@ -156,9 +159,10 @@ void process_with_lists(factor_run<value_t> *run, thread_space<value_t> *space, 
 inline constexpr int64_t narrow_columns = 4;
 template <typename value_t, factor_kind kind, mirror sym>
 void process_narrow(factor_run<value_t> *run, thread_space<value_t> *space, const source_lists &lists, int64_t number, int64_t last);
-/* The same for `number` and those supernodes behind it that are better updated together with it; returns the last one of them. */
+/* Supernodes first..last, which nothing from outside updates, by one thread. progress: null, or a word that others read and that keeps the
+   last finished one. always: as in report_block. */
 template <typename value_t, factor_kind kind, mirror sym>
-int64_t process_front(factor_run<value_t> *run, thread_space<value_t> *space, const source_lists &lists, int64_t number, int64_t last);
+void process_range(factor_run<value_t> *run, thread_space<value_t> *space, int64_t first, int64_t last, int64_t *progress, bool always);
 
 /* ---- spans ---- */
 /* Supernodes from `number` on, up to `last`, that outside sources may update together: columns cut apart because of their count. */

@@ -29,15 +29,9 @@ void process_with_lists(factor_run<value_t> *run, thread_space<value_t> *space, 
 template <typename value_t, factor_kind kind, mirror sym>
 void serial_driver(factor_run<value_t> *run, void *work)
 {
-    const supernodal_structure &s = *run->s;
     thread_space<value_t> space;
     bind_thread_space(run, 1, work, &space);
-    const source_lists lists = {run->in->thread_rows + s.supernodes, run->in->thread_rows};
-    for (int64_t c = 0; c < s.neqns; ++c) lists.head[c] = 0;
-    for (int64_t number = 1, end = 0; number <= s.supernodes && !failed(run); number = end + 1) {
-        end = process_front<value_t, kind, sym>(run, &space, lists, number, s.supernodes);
-        for (; number <= end; ++number) report_block(run, &space, supernode_rows(s, number) * supernode_columns(s, number), false);
-    }
+    process_range<value_t, kind, sym>(run, &space, 1, run->s->supernodes, nullptr, false);
     merge_counts(run, &space);
     if (!failed(run)) report_percent(run, 100);
 }

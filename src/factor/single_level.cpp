@@ -127,15 +127,8 @@ void process_supernode(factor_run<value_t> *run, thread_space<value_t> *space, i
 template <typename value_t, factor_kind kind, mirror sym>
 void process_subtree(factor_run<value_t> *run, thread_space<value_t> *space, int64_t first, int64_t last)
 {
-    const supernodal_structure &s = *run->s;
-    const source_lists lists = {run->in->thread_rows + s.supernodes, run->in->thread_rows};
-    for (int64_t c = s.xsuper[first - 1]; c < s.xsuper[last]; ++c) lists.head[c - 1] = 0;
-    for (int64_t number = first, end = 0; number <= last && !failed(run); number = end + 1) {
-        end = process_front<value_t, kind, sym>(run, space, lists, number, last);
-        if (failed(run)) return;
-        for (; number <= end; ++number) report_block(run, space, supernode_rows(s, number) * supernode_columns(s, number), true);
-    }
-    publish(run, first, last);
+    process_range<value_t, kind, sym>(run, space, first, last, nullptr, true);
+    if (!failed(run)) publish(run, first, last);
 }
 
 bool is_span(const supernodal_structure &s, int64_t first, int64_t last)
@@ -169,10 +162,7 @@ void single_level_region(factor_run<value_t> *run, void *work)
 #pragma omp parallel num_threads(team_threads(*run->in))
     {
         thread_space<value_t> space;
-        int64_t id = 0;
-#pragma omp critical(thread_id_lock)
-        id = ++threads;
-        bind_thread_space(run, id, work, &space);
+        enter_region(run, &threads, work, &space);
 #pragma omp for schedule(dynamic, 1)
         for (int64_t task = 0; task < lists.tasks; ++task) {
             const int64_t first = std::abs(lists.work_order[lists.task_start[task]]);
@@ -180,7 +170,7 @@ void single_level_region(factor_run<value_t> *run, void *work)
             if (!failed(run)) process_task<value_t, kind, sym>(run, &space, first, first + count - 1);
         }
         merge_counts(run, &space);
-        if (id == 1 && !failed(run)) report_percent(run, 100);
+        if (space.id == 1 && !failed(run)) report_percent(run, 100);
     }
 }
 

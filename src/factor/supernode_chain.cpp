@@ -129,8 +129,7 @@ void process_span(factor_run<value_t> *run, thread_space<value_t> *space, const 
     for (int64_t i = 0; i < count && !failed(run); ++i) process_with_lists<value_t, kind, sym>(run, space, lists, number + i, last, true);
 }
 
-} // namespace
-
+/* Supernode `number` and those behind it that are better updated together with it; returns the last one of them. */
 template <typename value_t, factor_kind kind, mirror sym>
 int64_t process_front(factor_run<value_t> *run, thread_space<value_t> *space, const source_lists &lists, int64_t number, int64_t last)
 {
@@ -172,6 +171,22 @@ int64_t process_front(factor_run<value_t> *run, thread_space<value_t> *space, co
     return end;
 }
 
+} // namespace
+
+template <typename value_t, factor_kind kind, mirror sym>
+void process_range(factor_run<value_t> *run, thread_space<value_t> *space, int64_t first, int64_t last, int64_t *progress, bool always)
+{
+    const supernodal_structure &s = *run->s;
+    const source_lists lists = {run->in->thread_rows + s.supernodes, run->in->thread_rows};
+    for (int64_t c = s.xsuper[first - 1]; c < s.xsuper[last]; ++c) lists.head[c - 1] = 0;
+    for (int64_t number = first, end = 0; number <= last && !failed(run); number = end + 1) {
+        end = process_front<value_t, kind, sym>(run, space, lists, number, last);
+        if (failed(run)) return;
+        if (progress != nullptr) std::atomic_ref<int64_t>(*progress).store(end, std::memory_order_release);
+        for (; number <= end; ++number) report_block(run, space, supernode_rows(s, number) * supernode_columns(s, number), always);
+    }
+}
+
 #define INSTANTIATE(V, kind, sym)                                                                                                          \
-    template int64_t process_front<V, kind, sym>(factor_run<V> *, thread_space<V> *, const source_lists &, int64_t, int64_t);
+    template void process_range<V, kind, sym>(factor_run<V> *, thread_space<V> *, int64_t, int64_t, int64_t *, bool);
 FOR_EACH_MEMBER(INSTANTIATE)

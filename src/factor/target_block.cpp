@@ -87,6 +87,15 @@ void bind_thread_space(const factor_run<value_t> *run, int64_t id, void *work, t
 }
 
 template <typename value_t>
+void enter_region(const factor_run<value_t> *run, int64_t *threads, void *work, thread_space<value_t> *space)
+{
+    int64_t id = 0;
+#pragma omp critical(thread_id_lock)
+    id = ++*threads;
+    bind_thread_space(run, id, work, space);
+}
+
+template <typename value_t>
 void merge_counts(factor_run<value_t> *run, thread_space<value_t> *space)
 {
 #pragma omp critical(stats_lock)
@@ -104,5 +113,6 @@ void merge_counts(factor_run<value_t> *run, thread_space<value_t> *space)
     template int64_t span_count_from<V>(const factor_run<V> *, const thread_space<V> &, int64_t, int64_t);                                 \
     template bool open_span<V>(factor_run<V> *, int64_t, int64_t, span_block<V> *, target_block<V> *);                                     \
     template void bind_thread_space<V>(const factor_run<V> *, int64_t, void *, thread_space<V> *);                                         \
+    template void enter_region<V>(const factor_run<V> *, int64_t *, void *, thread_space<V> *);                                            \
     template void merge_counts<V>(factor_run<V> *, thread_space<V> *);
 FOR_EACH_VALUE(INSTANTIATE)

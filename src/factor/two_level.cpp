@@ -29,16 +29,7 @@ void factor_domain(factor_run<value_t> *run, thread_space<value_t> *space, int64
 {
     const supernodal_structure &s = *run->s;
     const int64_t first = domain_first(s, domain), last = domain_last(s, domain);
-    if (last < first) return;
-    const source_lists lists = {run->in->thread_rows + s.supernodes, run->in->thread_rows};
-    for (int64_t c = s.xsuper[first - 1]; c < s.xsuper[last]; ++c) lists.head[c - 1] = 0;
-    std::atomic_ref<int64_t> progress(run->in->lists->status[first - 1]);
-    for (int64_t number = first, end = 0; number <= last && !failed(run); number = end + 1) {
-        end = process_front<value_t, kind, sym>(run, space, lists, number, last);
-        if (failed(run)) return;
-        progress.store(end, std::memory_order_release);
-        for (; number <= end; ++number) report_block(run, space, supernode_rows(s, number) * supernode_columns(s, number), false);
-    }
+    if (last >= first) process_range<value_t, kind, sym>(run, space, first, last, &run->in->lists->status[first - 1], false);
 }
 
 /* First free supernode from `from` on, claimed; 0 when there is none. Call it under factor_lock. */
@@ -180,10 +171,7 @@ void two_level_region(factor_run<value_t> *run, void *work)
 #pragma omp parallel num_threads(team_threads(*run->in))
     {
         thread_space<value_t> space;
-        int64_t id = 0;
-#pragma omp critical(thread_id_lock)
-        id = ++threads;
-        bind_thread_space(run, id, work, &space);
+        enter_region(run, &threads, work, &space);
 #pragma omp for schedule(dynamic, 1)
         for (int64_t number = top.first_top; number <= supernodes; ++number) {
             target_block<value_t> target;
