@@ -1,8 +1,8 @@
 /* Numeric factorization of positive definite matrices: rate as a fraction of this machine's dgemm, gain of the second thread, and CHOLMOD
    (its METIS ordering; supernodal, and simplicial for small ones) on the same matrix in the same run. Times are of refactorizations:
    structures stand, nothing symbolic is repeated. One thread is measured in processor time, so that neighbours on the machine weigh less;
-   two threads need the clock, and are compared with one thread by the clock.
-   Usage: factor_bench [csv file or -] [part of a case's name] [rounds] */
+   two threads need the clock, and are compared with one thread by the clock. */
+#include <CLI/CLI.hpp>
 #include <cholmod.h>
 
 #include <algorithm>
@@ -199,10 +199,15 @@ bool run_case(const bench_case &one, int rounds, double limit, bench_table *tabl
 
 } // namespace
 
-int main(int argument_count, char **argument)
+int main(int argc, char **argv)
 {
-    const char *filter = argument_count > 2 ? argument[2] : "";
-    const int rounds = argument_count > 3 ? std::max(1, std::atoi(argument[3])) : 5;
+    std::string part, csv;
+    int rounds = 5;
+    CLI::App app("Numeric factorization beside dgemm and CHOLMOD", "factor_bench");
+    app.add_option("-c,--case", part, "Only cases whose name holds this text");
+    app.add_option("-r,--rounds", rounds, "Rounds of each measurement")->check(CLI::PositiveNumber);
+    app.add_option("--csv", csv, "File for the table");
+    CLI11_PARSE(app, argc, argv);
     const double limit = gemm_rate(1500);
     std::printf("dgemm %.2f Gflop/s, one thread\n", limit * 1e-9);
     bench_table table;
@@ -211,9 +216,9 @@ int main(int argument_count, char **argument)
     std::vector<double> ratios;
     bool good = true;
     for (const bench_case &one : cases)
-        if (std::strstr(one.name, filter) != nullptr) good = run_case(one, rounds, limit, &table, &ratios) && good;
+        if (std::strstr(one.name, part.c_str()) != nullptr) good = run_case(one, rounds, limit, &table, &ratios) && good;
     bench_print(table);
     if (!ratios.empty()) std::printf("geometric mean of the ratios %.3f\n", bench_geometric_mean(ratios));
-    if (argument_count > 1 && std::strcmp(argument[1], "-") != 0) good = bench_write_csv(table, argument[1]) && good;
+    if (!csv.empty()) good = bench_write_csv(table, csv) && good;
     return good ? 0 : 1;
 }
