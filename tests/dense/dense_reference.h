@@ -73,6 +73,21 @@ value_t taken(const block<value_t> &a, char trans, int64_t i, int64_t j)
     return trans == 'N' ? a(i, j) : conjugated(a(j, i), trans == 'C');
 }
 
+/* op(a) * op(b), m by n over the depth k. */
+template <typename value_t>
+block<value_t> product_of(char ta, const block<value_t> &a, char tb, const block<value_t> &b, int64_t m, int64_t n, int64_t k)
+{
+    block<value_t> c(m, n, 0, 1);
+    for (int64_t j = 0; j < n; ++j) {
+        for (int64_t i = 0; i < m; ++i) {
+            value_t sum = 0;
+            for (int64_t l = 0; l < k; ++l) sum += taken(a, ta, i, l) * taken(b, tb, l, j);
+            c(i, j) = sum;
+        }
+    }
+    return c;
+}
+
 /* Entries agree within `bound` and slack is untouched (still NaN). */
 template <typename value_t>
 void expect_close(const block<value_t> &x, const block<value_t> &y, double bound, const std::string &what)
@@ -100,9 +115,8 @@ inline std::vector<int32_t> runnable_families()
     const uint64_t word = service_cpu_feature_word();
     std::vector<int32_t> types = {0};
     const int bits[4] = {7, 8, 10, 16};
-    for (int32_t t = 1; t <= 4; ++t) {
+    for (int32_t t = 1; t <= 4; ++t)
         if ((word >> bits[t - 1]) & 1) types.push_back(t);
-    }
     if ((word & cpu_feature_avx2) != 0 && (word & cpu_feature_fma) != 0) types.push_back(5);
     return types;
 }

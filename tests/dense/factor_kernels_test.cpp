@@ -87,9 +87,8 @@ TYPED_TEST(dense_factors, lu_reproduces_the_exchanged_matrix)
                     if (i > j && j < least) { ASSERT_LE(std::abs(lu(i, j)), 1.5); /* exchanged for size */ }
                 }
             }
-            for (int64_t i = least; i-- > 0;) {
+            for (int64_t i = least; i-- > 0;)
                 for (int64_t j = 0; j < n; ++j) std::swap(product(i, j), product(pivots[static_cast<size_t>(i)] - 1, j));
-            }
             expect_close(product, a, 20 * epsilon_of<value_t>() * static_cast<double>(least + 2), "type " + std::to_string(type));
         }
     }

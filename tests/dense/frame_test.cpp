@@ -51,20 +51,6 @@ class dense_frame : public ::testing::Test
 };
 TYPED_TEST_SUITE(dense_frame, value_types);
 
-template <typename value_t>
-static block<value_t> product_of(char ta, const block<value_t> &a, char tb, const block<value_t> &b, int64_t m, int64_t n, int64_t k)
-{
-    block<value_t> c(m, n, 0, 1);
-    for (int64_t j = 0; j < n; ++j) {
-        for (int64_t i = 0; i < m; ++i) {
-            value_t sum = 0;
-            for (int64_t l = 0; l < k; ++l) sum += taken(a, ta, i, l) * taken(b, tb, l, j);
-            c(i, j) = sum;
-        }
-    }
-    return c;
-}
-
 static bool memory_fails = false;
 static void *(*plain_allocate)(uint64_t size) = nullptr;
 static void *failing_allocate(uint64_t size)
@@ -90,9 +76,8 @@ TYPED_TEST(dense_frame, team_multiply_agrees_with_loops_with_and_without_memory)
                     block<value_t> c(m, n, 1, 33);
                     if (beta == value_t(0)) std::fill(c.value.begin(), c.value.end(), value_from<value_t>(std::nan(""), 0));
                     block<value_t> expected = c;
-                    for (int64_t j = 0; j < n; ++j) {
+                    for (int64_t j = 0; j < n; ++j)
                         for (int64_t i = 0; i < m; ++i) expected(i, j) = (beta == value_t(0) ? value_t(0) : beta * c(i, j)) - product(i, j);
-                    }
                     testing::internal::CaptureStdout();
                     memory_fails = fails;
                     wkl_blas_gemm(ta, 't', m, n, k, value_t(-1), a.data(), a.ld, b.data(), b.ld, beta, c.data(), c.ld);
@@ -123,9 +108,8 @@ TYPED_TEST(dense_frame, cholesky_of_both_triangles_with_any_team)
     for (const char uplo : {'L', 'U'}) {
         block<value_t> a(n, n, 1, 36);
         for (int64_t j = 0; j < n; ++j) {
-            for (int64_t i = 0; i < n; ++i) {
+            for (int64_t i = 0; i < n; ++i)
                 if (uplo == 'L' ? i < j : i > j) a(i, j) = value_from<value_t>(std::nan(""), 0);
-            }
             a(j, j) = value_t(static_cast<real_of<value_t>>(n));
         }
         block<value_t> alone = a, team = a;
@@ -175,21 +159,17 @@ TYPED_TEST(dense_frame, remaining_operations_agree_with_loops)
             block<value_t> c = c0, expected = c0;
             const block<value_t> p = trans == 'N' ? product_of('N', a, 'C', a, n, n, k) : product_of('C', a, 'N', a, n, n, k);
             wkl_blas_syrk<value_t, mirror::hermitian>(uplo, trans, n, k, value_t(2), a.data(), a.ld, value_t(-1), c.data(), c.ld);
-            for (int64_t j = 0; j < n; ++j) {
-                for (int64_t i = 0; i < n; ++i) {
+            for (int64_t j = 0; j < n; ++j)
+                for (int64_t i = 0; i < n; ++i)
                     if (uplo == 'L' ? i >= j : i <= j) expected(i, j) = value_t(2) * p(i, j) - c0(i, j);
-                }
-            }
             expect_close(c, expected, 40 * eps * static_cast<double>(k), "syrk");
         }
         const block<value_t> x(3 * n, 1, 0, 43);
         block<value_t> a(n, n, 1, 44), expected = a;
         wkl_blas_syr<value_t, mirror::hermitian>(uplo, n, value_t(-2), x.data(), 3, a.data(), a.ld);
-        for (int64_t j = 0; j < n; ++j) {
-            for (int64_t i = uplo == 'L' ? j : 0; i < (uplo == 'L' ? n : j + 1); ++i) {
+        for (int64_t j = 0; j < n; ++j)
+            for (int64_t i = uplo == 'L' ? j : 0; i < (uplo == 'L' ? n : j + 1); ++i)
                 expected(i, j) -= value_t(2) * x(3 * i, 0) * conjugated(x(3 * j, 0), true);
-            }
-        }
         expect_close(a, expected, 20 * eps, "syr");
     }
     const block<value_t> a(600, 400, 3, 45);
@@ -226,21 +206,18 @@ TYPED_TEST(dense_frame, remaining_operations_agree_with_loops)
     }
     block<value_t> back = whole;
     const block<value_t> product = product_of('N', l, 'N', r, 200, 150, 150);
-    for (int64_t j = 0; j < 150; ++j) {
+    for (int64_t j = 0; j < 150; ++j)
         for (int64_t i = 0; i < 200; ++i) back(i, j) = product(i, j);
-    }
     wkl_lapack_laswp(150, back.data(), back.ld, 1, 150, pivots.data(), -1);
     expect_close(back, whole, 3000 * eps, "getrf");
     block<value_t> t(200, 200, 1, 52), b0(200, 77, 1, 53);
-    for (int64_t j = 0; j < 200; ++j) {
+    for (int64_t j = 0; j < 200; ++j)
         for (int64_t i = 0; i < 200; ++i) t(i, j) = i == j ? value_t(2) : i > j ? t(i, j) * value_t(real_of<value_t>(0.01F)) : value_t(0);
-    }
     block<value_t> b = b0, again = b0;
     wkl_blas_trsm('l', 'l', 'n', 'n', 200, 77, value_t(1), t.data(), t.ld, b.data(), b.ld);
     const block<value_t> tb = product_of('N', t, 'N', b, 200, 77, 200);
-    for (int64_t j = 0; j < 77; ++j) {
+    for (int64_t j = 0; j < 77; ++j)
         for (int64_t i = 0; i < 200; ++i) again(i, j) = tb(i, j);
-    }
     expect_close(again, b0, 1000 * eps, "trsm");
 }
 

@@ -31,13 +31,10 @@ TYPED_TEST(dense_kernels, multiply_agrees_with_loops)
                     block<value_t> c(m, n, 2, 3);
                     if (beta == value_t(0)) std::fill(c.value.begin(), c.value.end(), value_from<value_t>(std::nan(""), 0));
                     block<value_t> expected = c;
-                    for (int64_t j = 0; j < n; ++j) {
-                        for (int64_t i = 0; i < m; ++i) {
-                            value_t sum = 0;
-                            for (int64_t l = 0; l < k; ++l) sum += taken(a, la, i, l) * taken(b, lb, l, j);
-                            expected(i, j) = alpha * sum + (beta == value_t(0) ? value_t(0) : beta * c(i, j));
-                        }
-                    }
+                    const block<value_t> product = product_of(la, a, lb, b, m, n, k);
+                    for (int64_t j = 0; j < n; ++j)
+                        for (int64_t i = 0; i < m; ++i)
+                            expected(i, j) = alpha * product(i, j) + (beta == value_t(0) ? value_t(0) : beta * c(i, j));
                     void *space = turn % 2 == 0 ? work.p : nullptr;
                     table->gemm(ta, tb, m, n, k, alpha, a.data(), a.ld, b.data(), b.ld, beta, c.data(), c.ld, space);
                     expect_close(c, expected, 8 * epsilon_of<value_t>() * static_cast<double>(k + 2),
@@ -168,14 +165,9 @@ TYPED_TEST(dense_kernels, triangular_solves_invert_products)
                 const value_t alpha = value_from<value_t>(0.5, 0.25);
                 const block<value_t> x(m, n, 1, 13);
                 block<value_t> b = x;
-                for (int64_t j = 0; j < n; ++j) {
-                    for (int64_t i = 0; i < m; ++i) {
-                        value_t sum = 0;
-                        for (int64_t l = 0; l < d; ++l)
-                            sum += side == 'L' ? taken(full, op, i, l) * x(l, j) : x(i, l) * taken(full, op, l, j);
-                        b(i, j) = sum / alpha;
-                    }
-                }
+                const block<value_t> product = side == 'L' ? product_of(op, full, 'N', x, m, n, d) : product_of('N', x, op, full, m, n, d);
+                for (int64_t j = 0; j < n; ++j)
+                    for (int64_t i = 0; i < m; ++i) b(i, j) = product(i, j) / alpha;
                 table->trsm(side, uplo, trans, diag, m, n, alpha, a.data(), a.ld, b.data(), b.ld, which % 2 ? work.p : nullptr);
                 expect_close(b, x, 200 * epsilon_of<value_t>() * static_cast<double>(d),
                              "type " + std::to_string(type) + " case " + std::to_string(which));
