@@ -1,16 +1,15 @@
 /* The analysis beside its peers in one run. Time of a whole ido 11 of the product against METIS_NodeND of the packaged library on the same
    graph, entries of L against the same and against CHOLMOD's choice, the share of ido 11 that is not ordering, and memory: what ido 11
    reports in iparam(15), and the peak of the process above its start, which the partitioner's own work belongs to. Ratios below 1 are in
-   our favour.
-   Usage: analysis_bench [--csv FILE] [--runs N] [generated | small | NAME | MATRIX.mtx ...]
-   (no name: all generated matrices; NAME: those generated ones whose name contains it) */
+   our favour. Usage: analysis_bench [options] [case ...], see --help. */
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
+
+#include <CLI/CLI.hpp>
 
 #include "analysis/analysis.h"
 #include "analysis/symbolic.h"
@@ -272,21 +271,24 @@ int main(int argc, char **argv)
 {
     std::string csv;
     int runs = 3;
+    std::vector<std::string> words_of_cases;
+    CLI::App app("The analysis beside the packaged partitioner and CHOLMOD", "analysis_bench");
+    app.add_option("cases", words_of_cases,
+                   "generated (the default), small, part of the name of a generated matrix, or a square matrix in a Matrix Market file");
+    app.add_option("-r,--runs", runs, "Runs of each measurement")->check(CLI::PositiveNumber);
+    app.add_option("--csv", csv, "File that gets the table");
+    CLI11_PARSE(app, argc, argv);
     std::vector<input> inputs;
-    for (int i = 1; i < argc; ++i) {
+    for (const std::string &word : words_of_cases) {
         market_matrix m;
         std::string error;
-        if (std::strcmp(argv[i], "--csv") == 0 && i + 1 < argc)
-            csv = argv[++i];
-        else if (std::strcmp(argv[i], "--runs") == 0 && i + 1 < argc)
-            runs = std::stoi(argv[++i]);
-        else if (add_generated(argv[i], &inputs))
-            continue;
-        else if (!read_matrix_market(argv[i], &m, &error))
+        if (add_generated(word, &inputs)) continue;
+        if (!read_matrix_market(word, &m, &error))
             std::fprintf(stderr, "%s\n", error.c_str());
         else if (m.rows == m.columns)
-            inputs.push_back(make_input(std::string(argv[i]).substr(std::string(argv[i]).rfind('/') + 1), m));
+            inputs.push_back(make_input(word.substr(word.rfind('/') + 1), m));
     }
+    if (inputs.empty() && !words_of_cases.empty()) return 1;
     if (inputs.empty()) add_generated("generated", &inputs);
     for (input &in : inputs) { /* all of them before the first parallel region of this process */
         in.one = product_memory(in, 1);

@@ -1,8 +1,6 @@
 /* The product, through its shared library. */
 #include <algorithm>
 
-#include <omp.h>
-
 #include "peers.h"
 #include "wkldriver.h"
 
@@ -42,13 +40,12 @@ struct own_state {
     }
 };
 
-/* Matching and scaling for general and for indefinite types, as the command-line host chooses them. Nested dissection uses more than one
-   thread only where it is told to (iparam(2) 3; the host: --method parallel). */
+/* Matching and scaling for general and for indefinite types, and the ordering, as the command-line host chooses them. */
 void set_parameters(const bench_system &s, const solver_settings &settings, int64_t *iparam)
 {
     const bool indefinite = s.type == -2 || s.type == -4 || s.type == 6, general = !s.is_symmetric_type();
     iparam[0] = 1;
-    iparam[1] = omp_get_max_threads() > 1 ? 3 : 2;
+    iparam[1] = market_suggest_ordering(s.whole);
     iparam[7] = settings.refine;
     iparam[9] = settings.exponent != 0 ? settings.exponent : general ? 13 : indefinite ? 8 : 0;
     iparam[10] = iparam[12] = indefinite || s.type == 11 || s.type == 13 ? 1 : 0;

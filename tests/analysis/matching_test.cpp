@@ -169,11 +169,7 @@ TYPED_TEST(matching_of, has_the_largest_product_of_all_permutations)
         EXPECT_NEAR(ours / best, 1, 1e-10);
         expect_certificate(m, o, true);
     }
-}
-
-TYPED_TEST(matching_of, proves_itself_optimal_on_larger_matrices)
-{
-    for (uint32_t seed = 1; seed <= 12; ++seed) {
+    for (uint32_t seed = 1; seed <= 12; ++seed) { /* too many permutations to try: the certificate alone */
         const auto m = random_matrix<TypeParam>(250, 13, seed % 3 == 0 ? 0.3 : 0.008, true, seed % 4 == 1 ? 0 : 10, seed);
         const outcome o = run(m, 1);
         ASSERT_EQ(o.matched, m.n);
@@ -285,12 +281,4 @@ TYPED_TEST(matching_of, survives_values_that_are_not_finite_or_at_the_end_of_the
         two.a = {TypeParam(3, 4), TypeParam(5, 0), TypeParam(5, 0), TypeParam(4, 4)}; /* 5 * 5.7 against 25 */
         EXPECT_EQ(run(two, 1).order, (words{1, 2}));
     }
-}
-
-TYPED_TEST(matching_of, method_0_changes_nothing)
-{
-    const auto m = random_matrix<TypeParam>(9, 11, 0.1, false, 4, 3);
-    const outcome o = run(m, 0);
-    EXPECT_EQ(o.matched, 9);
-    for (int64_t i = 1; i <= 9; ++i) EXPECT_TRUE(o.order[at(i)] == i && o.row[at(i)] == 1 && o.col[at(i)] == 1);
 }

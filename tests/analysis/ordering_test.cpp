@@ -323,18 +323,15 @@ TEST(ordering, groups_of_columns_have_the_tree_and_counts_of_their_columns)
         }
 }
 
-TEST(ordering, separators_turn_from_pre_order_to_post_order)
+TEST(ordering, separators_turn_from_pre_order_to_post_order_and_the_last_is_not_empty)
 {
     /* Four domains of two columns; separators 10 (top), 3 (lower), 9 (upper), as the dissection numbers them. */
     words table = {1, 1, 2, 2, 4, 5, 6, 8, 9, 8, 10, 10, 3, 3, 9, 9}, perm = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, label(10), old(10);
     regroup_domains(10, 4, table.data(), perm.data(), label.data(), old.data());
     EXPECT_EQ(perm, (words{1, 2, 4, 5, 6, 7, 8, 3, 9, 10}));
     EXPECT_EQ(table, (words{1, 1, 2, 2, 3, 4, 5, 7, 8, 10, 8, 8, 9, 9, 10, 10}));
-}
-
-TEST(ordering, finished_table_moves_the_last_separator_and_reports_empty_pairs)
-{
-    words table = {1, 1, 2, 2, 3, 3, 4, 4, 5, 8, 5, 6, 7, 8, 2, 1};
+    /* in supernode numbers: the last separator moves, and an empty pair is reported */
+    table = {1, 1, 2, 2, 3, 3, 4, 4, 5, 8, 5, 6, 7, 8, 2, 1};
     EXPECT_EQ(finish_domain_table(4, table.data()), 1);
     EXPECT_EQ(words(table.begin() + 10, table.end()), (words{5, 6, 2, 1, 7, 8}));
     words whole = {1, 3, 4, 6, 7, 9, 7, 8};

@@ -238,30 +238,6 @@ TEST(symbolic_counts, operations_are_those_of_an_elimination_for_every_type)
     }
 }
 
-TEST(symbolic_counts, block_bounds_are_the_largest_blocks)
-{
-    for (const int64_t type : {2, 11}) {
-        analysis_run run(grid_graph(15), grid_order(15, 2), 2, 6, type);
-        ASSERT_EQ(run.symbolic(), 0);
-        const supernodal_structure s = run.view();
-        ooc_state ooc{};
-        block_bounds(&run.control, &ooc, &s, run.g.xadj.data());
-        int64_t l = 0, u = 0, v = 0, entries = 0;
-        for (int64_t number = 1; number <= s.supernodes; ++number) {
-            const int64_t columns = supernode_columns(s, number), rows = supernode_rows(s, number);
-            int64_t sum = 0;
-            for (int64_t j = run.xsuper[at(number)]; j < run.xsuper[at(number + 1)]; ++j)
-                sum += run.g.xadj[at(run.perm[at(j)] + 1)] - run.g.xadj[at(run.perm[at(j)])] + 1;
-            l = std::max(l, rows * columns), u = std::max(u, rows * columns - columns * columns), v = std::max(v, columns);
-            entries = std::max(entries, sum);
-        }
-        EXPECT_EQ(ooc.factor_block_l, l);
-        EXPECT_EQ(ooc.factor_block_u, u);
-        EXPECT_EQ(ooc.factor_block_v, v);
-        EXPECT_EQ(run.control.column_count_bound, entries);
-    }
-}
-
 /* ---- work lists ---- */
 
 struct built_lists {

@@ -119,13 +119,13 @@ double backward_error(const linear_system &s, bool transpose)
 }
 
 /* The defaults of the library, with matching and scaling on for indefinite types as well. */
-void fill_parameters(const solve_options &options, int64_t type, int64_t *iparam)
+void fill_parameters(const solve_options &options, int64_t type, const market_matrix &whole, int64_t *iparam)
 {
     const bool indefinite = type == -2 || type == -4 || type == 6, general = !is_symmetric_type(type);
     const bool prepare = !options.plain && (indefinite || type == 11 || type == 13);
     std::fill(iparam, iparam + 64, int64_t{0});
     iparam[0] = 1;
-    iparam[1] = options.method == "degree" ? 0 : options.method == "parallel" ? 3 : 2;
+    iparam[1] = options.method == "degree" ? 0 : options.method == "parallel" ? 3 : market_suggest_ordering(whole);
     iparam[7] = options.refine;
     iparam[9] = options.exponent != 0 ? options.exponent : general ? 13 : indefinite ? 8 : 0;
     iparam[10] = iparam[12] = prepare ? 1 : 0;
@@ -200,7 +200,7 @@ int64_t solve_system(const solve_options &options, const market_matrix &a, linea
     int64_t error = 0;
     for (bool again = true; again;) {
         s->input = is_symmetric_type(*type) ? market_transpose(a) : s->whole;
-        fill_parameters(options, *type, iparam);
+        fill_parameters(options, *type, s->whole, iparam);
         error = options.single ? run_driver<float>(options, *type, s, iparam) : run_driver<double>(options, *type, s, iparam);
         again = error == -4 && options.type == 0 && (*type == 2 || *type == 4); /* not definite after all */
         if (again) *type = -*type;
@@ -263,7 +263,7 @@ void add_solve_command(CLI::App *program, int *status)
     command->add_option("-o,--output", options->output, "Where the solution goes, '-' for the standard output; without it, nowhere");
     command->add_option("-t,--type", options->type, "Matrix type; without it, found from the file, definite types first")
         ->check(CLI::IsMember({1, 2, -2, 3, 4, -4, 6, 11, 13}));
-    command->add_option("-m,--method", options->method, "Ordering: auto, parallel (nested dissection on all threads), degree")
+    command->add_option("-m,--method", options->method, "Ordering: auto (by the size), parallel (nested dissection on all threads), degree")
         ->check(CLI::IsMember({"auto", "parallel", "degree"}));
     command->add_option("-r,--refine", options->refine, "Refinement steps; negative: with residuals in extended precision");
     command->add_option("-e,--exponent", options->exponent, "A pivot below 10 to minus this is replaced; without it, the library's choice")
