@@ -37,7 +37,6 @@ TEST(processor_environment, detection)
 {
     check({
         {"type 0", machine(0, {}), {{"type", "0"}, {"branch", "1"}, {"early", "0"}, {"stored", "0"}, {"bad", "-2"}, {"active", "0"}}},
-        {"type 1", machine(1, {}), {{"type", "1"}}},
         {"type 2", machine(2, {}), {{"type", "2"}, {"ma", "20"}}},
         {"type 3", machine(3, {}), {{"type", "3"}, {"ma", "40"}, {"again", "40"}}},
         {"type 4", machine(4, {}), {{"type", "4"}, {"ma", "80"}}},
@@ -79,11 +78,9 @@ TEST(processor_environment, branch)
         {"SSE4_1 without the bit", machine(2, {"WKL_CBWR=SSE4_1"}), {{"branch", "2"}, {"type", "2"}}},
         {"SSE4_1 with the bit", {"WKL_CBWR=SSE4_1", "PROBE_1=0,0,80201,07000000"}, {{"branch", "7"}, {"type", "2"}, {"ma", "21"}}},
         {"SSSE3 pins the lower code", machine(5, {"WKL_CBWR=SSSE3"}), {{"branch", "6"}, {"type", "2"}, {"ma", "20"}}},
-        {"SSE4_2", machine(5, {"WKL_CBWR=SSE4_2"}), {{"branch", "8"}, {"type", "3"}, {"ma", "40"}}},
         {"SSE3", machine(5, {"WKL_CBWR=SSE3"}), {{"branch", "5"}, {"type", "1"}}},
         {"SSE2", machine(5, {"WKL_CBWR=SSE2"}), {{"branch", "4"}, {"type", "0"}}},
         {"COMPATIBLE passes everywhere", machine(0, {"WKL_CBWR=COMPATIBLE"}), {{"branch", "3"}, {"type", "0"}, {"ma", "0"}}},
-        {"AUTO", machine(3, {"WKL_CBWR=AUTO"}), {{"branch", "2"}, {"type", "3"}}},
         {"lower case is no keyword", machine(3, {"WKL_CBWR=auto"}), {{"branch", "2"}}},
         {"a tail is no keyword", machine(5, {"WKL_CBWR=BRANCH=AVXX"}), {{"branch", "2"}, {"type", "5"}}},
         {"too long a value is no keyword", machine(5, {"WKL_CBWR=AVX" + std::string(200, ' ')}), {{"branch", "2"}}},
@@ -100,8 +97,6 @@ TEST(processor_environment, debug_type_wins)
     check({
         {"0", machine(5, {"WKL_DEBUG_CPU_TYPE=0"}), {{"type", "0"}}},
         {"6 is out of range", machine(3, {"WKL_DEBUG_CPU_TYPE=6"}), {{"type", "3"}}},
-        {"-1 is out of range", machine(3, {"WKL_DEBUG_CPU_TYPE=-1"}), {{"type", "3"}}},
-        {"a word", machine(3, {"WKL_DEBUG_CPU_TYPE=abc"}), {{"type", "3"}}},
         {"00 is not 0", machine(3, {"WKL_DEBUG_CPU_TYPE=00"}), {{"type", "3"}}},
         {"a tail is ignored", machine(5, {"WKL_DEBUG_CPU_TYPE=3x"}), {{"type", "3"}}},
         {"beyond the machine and the branch", machine(1, {"WKL_DEBUG_CPU_TYPE=5", "WKL_CBWR=SSE2"}), {{"type", "5"}, {"branch", "4"}}},
