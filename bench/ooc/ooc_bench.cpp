@@ -124,15 +124,25 @@ void write_value(const std::string &path, int64_t value)
 }
 
 /* Control groups of version 1 and 2 differ in the names of their files. */
-void limit_memory(const run_request &request, int64_t start_kb)
+/* The address space, 0 for no limit. What the bench itself allocates between the calls is not to fail. */
+void limit_space(rlim_t bytes)
+{
+    rlimit limit;
+    getrlimit(RLIMIT_AS, &limit);
+    limit.rlim_cur = bytes == 0 ? limit.rlim_max : bytes;
+    setrlimit(RLIMIT_AS, &limit);
+}
+
+/* Returns the limit of the address space. */
+rlim_t limit_memory(const run_request &request, int64_t start_kb)
 {
     if (!request.group.empty()) {
         for (const char *name : {"/memory.limit_in_bytes", "/memory.max"}) write_value(request.group + name, request.limit_megabytes << 20);
         write_value(request.group + "/cgroup.procs", getpid());
     }
     const auto bytes = static_cast<rlim_t>((start_kb << 10) + (request.limit_megabytes << 20));
-    const rlimit limit = {bytes, bytes};
-    setrlimit(RLIMIT_AS, &limit);
+    limit_space(bytes);
+    return bytes;
 }
 
 int64_t group_peak_kb(const std::string &group)
@@ -185,16 +195,19 @@ figures measure(const market_matrix &lower, const run_request &request)
     } /* the threads and their stacks are the process's own */
     const int64_t start_kb = status_kb("VmSize:"), start_rss = status_kb("VmRSS:");
     const bool limited = request.limit_megabytes > 0;
-    if (limited) limit_memory(request, start_kb);
+    const rlim_t space = limited ? limit_memory(request, start_kb) : 0;
     out.result = h.call(11, &out.analysis);
     if (out.result == 0) out.result = h.call(22, &out.factor);
     out.address_kb = status_kb("VmPeak:") - start_kb;
     out.rss_kb = status_kb("VmHWM:") - start_rss;
     out.group_kb = limited ? group_peak_kb(request.group) : 0;
+    limit_space(0);
     int64_t bytes = 0;
     double seconds = limited ? read_cold(request.folder, &block, &bytes) : 0;
     drop_from_memory(request.folder);
+    limit_space(space);
     if (out.result == 0) out.result = h.call(33, &out.solve);
+    limit_space(0);
     seconds += limited ? read_cold(request.folder, &block, &bytes) : 0;
     if (limited) out.disk = static_cast<double>(bytes) / seconds;
     const auto *state = static_cast<const solver_state *>(h.handle[1]);

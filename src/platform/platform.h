@@ -31,6 +31,8 @@ double platform_seconds();                        /* monotonic clock, seconds fr
 bool platform_is_terminal(int descriptor);        /* 1 standard output, 2 standard error */
 int64_t platform_process_id();                    /* no other living process has it */
 void platform_trim_memory(); /* give the system what the allocator holds free, where that can be asked for; some milliseconds */
+/* Ask for large pages behind memory that is not touched yet; a wish, which nothing depends on. */
+void platform_prefer_large_pages(void *memory, uint64_t bytes);
 
 /* ---- translated texts ---- */
 /* Locale number of the calling thread (1033 English of the United States, 1031 German, ...); 1033 when it is not known. */

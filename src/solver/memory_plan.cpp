@@ -227,6 +227,16 @@ void plan_ooc_arrays(planner *plan)
 /* Words of the first factors from which on the system gets back before what the analysis freed: 20 MB beside 200 MB. */
 constexpr int64_t large_factor = int64_t{1} << 22;
 
+/* The window of factors in files is transferred into again and again, which large pages make twice as fast: a page at a
+   time has to be pinned. Solve of a grid of 70^3: 0.7 GB/s with pages of 4 kB, 1.4 with large ones. */
+void give_factors(planner *plan, array_block *block, int64_t words)
+{
+    const void *const before = block->data;
+    give(plan, block, words);
+    if (plan->state->core_mode == core_out && before == nullptr && block->data != nullptr)
+        platform_prefer_large_pages(block->data, 8 * static_cast<uint64_t>(words));
+}
+
 void plan_factors(planner *plan)
 {
     const solver_state *s = plan->state;
@@ -234,8 +244,8 @@ void plan_factors(planner *plan)
     const int64_t e = s->element_words, n = s->neqns;
     const int64_t words_l = sum(real_words(s, product(e, out_of_core ? s->ooc_buffer_u : s->nnz_l)), 1);
     if (!plan->count_only && s->factor_current_l->data == nullptr && words_l >= large_factor) platform_trim_memory();
-    give(plan, s->factor_current_l, words_l);
-    give(plan, s->factor_current_u, sum(real_words(s, product(e, out_of_core ? s->ooc_buffer_v : s->nnz_u)), 1));
+    give_factors(plan, s->factor_current_l, words_l);
+    give_factors(plan, s->factor_current_u, sum(real_words(s, product(e, out_of_core ? s->ooc_buffer_v : s->nnz_u)), 1));
     const bool indefinite = s->matrix_type == -4 || s->matrix_type == -2 || s->matrix_type == 6;
     const int64_t third = indefinite && s->pivoting != 0 ? 2 : 1;
     give(plan, s->factor_current_perm, out_of_core ? sum(real_words(s, product(third * e, n)), 1) : 1);

@@ -1,6 +1,8 @@
 #include "platform/platform.h"
 
+#include <cstdint>
 #include <ctime>
+#include <sys/mman.h>
 #include <unistd.h>
 #if defined(__GLIBC__)
 #include <malloc.h>
@@ -32,5 +34,18 @@ void platform_trim_memory()
 {
 #if defined(__GLIBC__)
     (void)malloc_trim(0);
+#endif
+}
+
+void platform_prefer_large_pages(void *memory, uint64_t bytes)
+{
+#if defined(MADV_HUGEPAGE)
+    constexpr uint64_t page = uint64_t{1} << 21;
+    const uint64_t before = (page - reinterpret_cast<uintptr_t>(memory) % page) % page;
+    if (bytes < before + page) return;
+    (void)madvise(static_cast<char *>(memory) + before, (bytes - before) / page * page, MADV_HUGEPAGE);
+#else
+    (void)memory;
+    (void)bytes;
 #endif
 }
