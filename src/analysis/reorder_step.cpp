@@ -98,7 +98,6 @@ int64_t choose_ordering(control_block *control, int64_t *caller_perm, ordering_a
     } else {
         error = order_by_degree(control, arrays);
     }
-
     if (error != 0) return error;
     if (control->domains < 2) {
         single_domain_table(n, &control->domains, arrays->domain_table);

@@ -4,7 +4,7 @@
    should stand together: an update then adds runs instead of single entries. So a vertex takes its place by its first neighbour among the
    places before the separator. Subtrees are ranges of places, hence what one subtree reaches first stands together, and within it what its
    own subtrees reach. (A plain form of the reordering by Pichon, Faverge, Ramet and Roman, SIAM J. Matrix Anal. Appl. 38, 2017.)
-   Entries of an update that stand alone, of all that are scattered: convection 45^3 0.55 to 0.12, elasticity 25^3 0.44 to 0.11. */
+   Entries of an update that stand alone, of all that are scattered: convection 45^3 0.55 to 0.10, elasticity 25^3 0.44 to 0.11. */
 #pragma once
 
 #include <algorithm>

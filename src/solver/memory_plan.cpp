@@ -227,8 +227,8 @@ void plan_ooc_arrays(planner *plan)
 /* Words of the first factors from which on the system gets back before what the analysis freed: 20 MB beside 200 MB. */
 constexpr int64_t large_factor = int64_t{1} << 22;
 
-/* The window of factors in files is transferred into again and again, which large pages make twice as fast: a page at a
-   time has to be pinned. Solve of a grid of 70^3: 0.7 GB/s with pages of 4 kB, 1.4 with large ones. */
+/* The window of factors in files is transferred into again and again, which large pages make twice as fast, since a transfer pins page by
+   page. Solve of a grid of 70^3: 0.7 GB/s with pages of 4 kB, 1.4 with large ones. */
 void give_factors(planner *plan, array_block *block, int64_t words)
 {
     const void *const before = block->data;
