@@ -32,12 +32,38 @@ struct contender {
 
 using work_of = std::function<bool(contender *)>;
 
-/* Medians of one piece of work over all contenders, taken in turn; small work is repeated until it fills four milliseconds. */
-void measure_in_turn(const contest_options &options, std::vector<contender> *all, const work_of &work, double contest_record::*result)
+double median_of(std::vector<double> t)
+{
+    std::sort(t.begin(), t.end());
+    return t.size() % 2 != 0 ? t[t.size() / 2] : (t[t.size() / 2 - 1] + t[t.size() / 2]) / 2;
+}
+
+/* Operations a second of one large product on one thread. */
+struct gemm_probe {
+    static constexpr int64_t n = 1500;
+    std::vector<double> a = std::vector<double>(n * n, 0.5), b = a, c = a, seconds;
+
+    void run()
+    {
+        const double one = 1.0, zero = 0.0, start = contest_seconds(1);
+        dgemm_("N", "T", &n, &n, &n, &one, a.data(), &n, b.data(), &n, &zero, c.data(), &n, 1, 1);
+        seconds.push_back(contest_seconds(1) - start);
+    }
+    double rate() const
+    {
+        return 2.0 * static_cast<double>(n * n * n) / median_of(seconds);
+    }
+};
+
+/* Medians of one piece of work over all contenders, taken in turn; small work is repeated until it fills four milliseconds. The probe, if
+   there is one, takes its turn too: the machine's rate drifts by a tenth within minutes. */
+void measure_in_turn(const contest_options &options, std::vector<contender> *all, const work_of &work, double contest_record::*result,
+                     gemm_probe *probe = nullptr)
 {
     std::vector<std::vector<double>> times(all->size());
     std::vector<int> repeats(all->size(), 0);
-    for (int r = 0; r < options.rounds; ++r)
+    for (int r = 0; r < options.rounds; ++r) {
+        if (probe != nullptr) probe->run();
         for (size_t c = 0; c < all->size(); ++c) {
             contender &one = (*all)[c];
             if (!one.alive || (r > 0 && one.first_factor > options.patience)) continue;
@@ -53,12 +79,9 @@ void measure_in_turn(const contest_options &options, std::vector<contender> *all
             for (int k = 0; k < repeats[c]; ++k) one.alive = work(&one) && one.alive;
             times[c].push_back((contest_seconds(options.threads) - start) / repeats[c]);
         }
-    for (size_t c = 0; c < all->size(); ++c) {
-        std::vector<double> &t = times[c];
-        if (t.empty()) continue;
-        std::sort(t.begin(), t.end());
-        (*all)[c].record.*result = t.size() % 2 != 0 ? t[t.size() / 2] : (t[t.size() / 2 - 1] + t[t.size() / 2]) / 2;
     }
+    for (size_t c = 0; c < all->size(); ++c)
+        if (!times[c].empty()) (*all)[c].record.*result = median_of(times[c]);
 }
 
 bool wanted(const std::string &list, const char *name)
@@ -124,8 +147,9 @@ std::vector<contest_record> hold_contest(const bench_system &system, const conte
     const std::vector<double> b = right_sides(system);
     measure_in_turn(
         options, &all, [](contender *c) { return c->session.analyse(); }, &contest_record::analysis);
+    gemm_probe probe;
     measure_in_turn(
-        options, &all, [](contender *c) { return c->session.factor(); }, &contest_record::factor);
+        options, &all, [](contender *c) { return c->session.factor(); }, &contest_record::factor, &probe);
     measure_in_turn(
         options, &all, [&](contender *c) { return c->session.refactor() && c->session.solve(b.data(), c->x.data(), 1); },
         &contest_record::refactor_solve);
@@ -140,6 +164,7 @@ std::vector<contest_record> hold_contest(const bench_system &system, const conte
         c.record.backward_error = c.alive ? system_backward_error(system, c.x.data(), b.data(), many_columns) : NAN;
         c.record.entries = facts.entries;
         c.record.operations = facts.operations;
+        c.record.gemm = probe.rate();
         const double word = c.record.solver == "ours, single" ? 4 : 8;
         c.record.factor_bytes = facts.entries * word * static_cast<double>(system.words());
         const market_matrix &input = system.is_symmetric_type() ? system.upper : system.whole;
@@ -152,23 +177,17 @@ std::vector<contest_record> hold_contest(const bench_system &system, const conte
 machine_record measure_machine(int threads)
 {
     machine_record machine;
-    const int64_t n = 1500, entries = 8 << 20;
-    const double one = 1.0, zero = 0.0;
-    std::vector<double> a(static_cast<size_t>(entries), 0.5), b(a), c(a), gemm, triad;
+    const int64_t entries = 8 << 20;
+    std::vector<double> a(static_cast<size_t>(entries), 0.5), b(a), c(a), triad;
+    gemm_probe probe;
     for (int r = 0; r < 9; ++r) {
-        double start = contest_seconds(1);
-        if (r < 5) {
-            dgemm_("N", "T", &n, &n, &n, &one, a.data(), &n, b.data(), &n, &zero, c.data(), &n, 1, 1);
-            gemm.push_back(contest_seconds(1) - start);
-        }
-        start = contest_seconds(threads);
+        if (r < 5) probe.run();
+        const double start = contest_seconds(threads);
         bench_triad(entries, a.data(), b.data(), c.data(), 0.5, threads);
         triad.push_back(contest_seconds(threads) - start);
     }
-    std::sort(gemm.begin(), gemm.end());
-    std::sort(triad.begin(), triad.end());
-    machine.gemm = 2.0 * static_cast<double>(n) * static_cast<double>(n) * static_cast<double>(n) / gemm[gemm.size() / 2];
-    machine.bandwidth = 24.0 * static_cast<double>(entries) / triad[triad.size() / 2];
+    machine.gemm = probe.rate();
+    machine.bandwidth = 24.0 * static_cast<double>(entries) / median_of(triad);
     return machine;
 }
 
@@ -181,7 +200,7 @@ bool write_records(const std::string &path, const machine_record &machine, const
         file << r.name << '\t' << r.solver << '\t' << r.group << ' ' << r.threads << ' ' << r.good << ' ' << r.n << ' ' << r.analysis << ' '
              << r.factor << ' ' << r.refactor_solve << ' ' << r.one_vector << ' ' << r.many_vectors << ' ';
         file << (r.good != 0 ? r.backward_error : -1) << ' ' << r.entries << ' ' << r.operations << ' ' << r.memory << ' ' << r.input_bytes
-             << ' ' << r.factor_bytes << '\n';
+             << ' ' << r.factor_bytes << ' ' << r.gemm << '\n';
     }
     file.close();
     return !file.fail();
@@ -195,7 +214,7 @@ bool read_records(const std::string &path, machine_record *machine, std::vector<
     contest_record r;
     while (std::getline(file, r.name, '\t') && std::getline(file, r.solver, '\t')) {
         file >> r.group >> r.threads >> r.good >> r.n >> r.analysis >> r.factor >> r.refactor_solve >> r.one_vector >> r.many_vectors >>
-            r.backward_error >> r.entries >> r.operations >> r.memory >> r.input_bytes >> r.factor_bytes;
+            r.backward_error >> r.entries >> r.operations >> r.memory >> r.input_bytes >> r.factor_bytes >> r.gemm;
         if (!file) return false;
         file.ignore();
         records->push_back(r);

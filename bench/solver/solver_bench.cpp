@@ -217,7 +217,7 @@ bench_table measured_table(const std::vector<contest_record> &records, const mac
         const bool symmetric = r.group != static_cast<int>(bench_group::unsymmetric) && r.group != static_cast<int>(bench_group::network);
         char error[32];
         std::snprintf(error, sizeof error, "%.1e", r.backward_error);
-        row.push_back(bench_number(r.operations / r.factor / machine.gemm / r.threads, 3));
+        row.push_back(bench_number(r.operations / r.factor / r.gemm / r.threads, 3));
         row.push_back(bench_number((symmetric ? 2 : 1) * r.factor_bytes / r.one_vector / machine.bandwidth, 2));
         row.push_back(bench_number(r.many_vectors / r.one_vector, 2));
         row.push_back(error);
