@@ -46,119 +46,6 @@ static void choose_transfers(const solve_input<value_t> *in, sweep<value_t> *w)
     if (column_used && scaled) column_side->scale = in->scale_col;
 }
 
-/* Rows that vectors bring or take at a time: where they come from or go to, from 0, and their factors. The interleaved entries of so many
-   rows, and those of the caller's vectors, stay in the first cache. */
-static constexpr int64_t transfer_rows = 64;
-template <typename value_t>
-struct transfer_block {
-    int64_t count;
-    int64_t index[transfer_rows];
-    real_of<value_t> factor[transfer_rows];
-};
-
-template <typename value_t>
-static void look_up_rows(const transfer_rule &rule, int64_t start, transfer_block<value_t> *block)
-{
-    for (int64_t i = 0; i < block->count; ++i) {
-        const int64_t column = rule.perm[start + i - 1];
-        block->index[i] = (rule.row_order == nullptr ? column : rule.row_order[column - 1]) - 1;
-        if (rule.scale == nullptr) continue;
-        const double factor = rule.scale[block->index[i]];
-        block->factor[i] = static_cast<real_of<value_t>>(rule.divide ? 1.0 / factor : factor);
-    }
-}
-
-enum class direction { gather, scatter };
-
-/* Call move with what becomes of an entry on its way, given the factor of a place. */
-template <typename value_t, typename factor_type, typename move_type>
-static inline void choose_change(const transfer_rule &rule, const factor_type &factor, const move_type &move)
-{
-    if (rule.scale == nullptr && !rule.conjugate)
-        move([](const value_t &v, int64_t) { return v; });
-    else if (rule.scale == nullptr)
-        move([](const value_t &v, int64_t) { return conjugated(v); });
-    else if (!rule.conjugate)
-        move([&](const value_t &v, int64_t i) { return v * factor(i); });
-    else
-        move([&](const value_t &v, int64_t i) { return conjugated(v) * factor(i); });
-}
-
-/* Vectors k .. k + vectors - 1 for the rows of a block: entry i of vector k between inside[i * stride + k] and outside[k * n + index[i]].
- */
-template <direction way, int64_t vectors, typename value_t>
-static inline void transfer_entries(const transfer_rule &rule, const transfer_block<value_t> &block, int64_t n, int64_t stride,
-                                    value_t *inside, value_t *outside)
-{
-    const auto move = [&](const auto &changed) {
-        for (int64_t i = 0; i < block.count; ++i)
-            for (int64_t k = 0; k < vectors; ++k) {
-                value_t &in = inside[i * stride + k], &out = outside[k * n + block.index[i]];
-                if constexpr (way == direction::gather)
-                    in = changed(out, i);
-                else
-                    out = changed(in, i);
-            }
-    };
-    choose_change<value_t>(
-        rule, [&](int64_t i) { return block.factor[i]; }, move);
-}
-
-/* One vector: the places are not kept, which would take longer than the transfer. */
-template <direction way, typename value_t>
-static void transfer_vector(const transfer_rule &rule, int64_t n, value_t *x, value_t *outside)
-{
-    const int64_t *const perm = rule.perm, *const row_order = rule.row_order;
-    const double *const scale = rule.scale;
-    const bool divide = rule.divide;
-    const auto move = [&](const auto &changed) {
-        for (int64_t i = rule.first_row; i <= n; ++i) {
-            const int64_t column = perm[i - 1], at = (row_order == nullptr ? column : row_order[column - 1]) - 1;
-            if constexpr (way == direction::gather)
-                x[i] = changed(outside[at], at);
-            else
-                outside[at] = changed(x[i], at);
-        }
-    };
-    choose_change<value_t>(
-        rule, [=](int64_t at) { return static_cast<real_of<value_t>>(divide ? 1.0 / scale[at] : scale[at]); }, move);
-}
-
-/* Entry i of vector k at x[i * stride + k], i = first_row..n; vector k of the caller's at outside + k * n. */
-template <direction way, typename value_t>
-static void transfer_vectors(const transfer_rule &rule, int64_t n, int64_t width, int64_t stride, value_t *x, value_t *outside)
-{
-    if (stride == 1) return transfer_vector<way>(rule, n, x, outside);
-    transfer_block<value_t> block;
-    for (int64_t start = rule.first_row; start <= n; start += transfer_rows) {
-        block.count = start + transfer_rows <= n + 1 ? transfer_rows : n + 1 - start;
-        look_up_rows(rule, start, &block);
-        value_t *const inside = x + start * stride;
-        int64_t k = 0;
-        for (; k + 4 <= width; k += 4) transfer_entries<way, 4>(rule, block, n, stride, inside + k, outside + k * n);
-        for (; k < width; ++k) transfer_entries<way, 1>(rule, block, n, stride, inside + k, outside + k * n);
-        if (way == direction::scatter || width == stride) continue;
-        for (int64_t i = 0; i < block.count; ++i)
-            for (k = width; k < stride; ++k) inside[i * stride + k] = value_t(0);
-    }
-}
-
-template <typename value_t>
-static void gather_vectors(const solve_input<value_t> *in, const sweep<value_t> *w, int64_t first, int64_t width, int64_t stride,
-                           value_t *x)
-{
-    const int64_t n = w->structure->neqns;
-    transfer_vectors<direction::gather>(w->gather, n, width, stride, x, in->b + first * n);
-    for (int64_t i = w->window.zero_from * stride; i < (w->window.zero_to + 1) * stride; ++i) x[i] = value_t(0);
-}
-template <typename value_t>
-static void scatter_vectors(const solve_input<value_t> *in, const sweep<value_t> *w, int64_t first, int64_t width, int64_t stride,
-                            value_t *x)
-{
-    const int64_t n = w->structure->neqns;
-    transfer_vectors<direction::scatter>(w->scatter, n, width, stride, x, (in->overwrite_rhs == 1 ? in->b : in->x) + first * n);
-}
-
 /* The leaf domains must follow each other without a gap, and the last must end at the last supernode or the separators begin after it. */
 static bool domains_chain(const supernodal_structure *s)
 {
@@ -226,27 +113,51 @@ static constexpr int64_t row_stride(int64_t width)
     return width == 1 ? 1 : (width + lanes - 1) / lanes * lanes;
 }
 
+/* Entries that the working vectors of a pass and the bits behind them take; the bits are aligned as the rows are. */
 template <typename value_t>
-static bool solve_panel(const solve_input<value_t> *in, const sweep<value_t> *w, int64_t first, int64_t width, value_t *x)
+static int64_t panel_entries(const supernodal_structure *s, int64_t width)
 {
-    const int64_t stride = row_stride<value_t>(width);
-    gather_vectors(in, w, first, width, stride, x);
-    if (!(width == 1 ? solve_serial(w, x + 1) : solve_several(w, stride, x))) return false;
-    scatter_vectors(in, w, first, width, stride, x);
+    constexpr int64_t in_a_word = static_cast<int64_t>(sizeof(uint64_t)) / static_cast<int64_t>(sizeof(value_t));
+    const int64_t rows = (s->neqns + 1) * row_stride<value_t>(width);
+    if (width == 1) return rows;
+    const int64_t words = (gathered_words(s->supernodes) + 3) / 4 * 4;
+    return rows + (in_a_word > 0 ? words * in_a_word : words);
+}
+
+template <typename value_t>
+static vector_panel<value_t> panel_of(const solve_input<value_t> *in, int64_t first, int64_t width, value_t *work)
+{
+    const int64_t n = in->structure->neqns, stride = row_stride<value_t>(width);
+    return {n,
+            width,
+            stride,
+            in->b + first * n,
+            (in->overwrite_rhs == 1 ? in->b : in->x) + first * n,
+            work,
+            width == 1 ? nullptr : reinterpret_cast<uint64_t *>(work + (n + 1) * stride)};
+}
+
+template <typename value_t>
+static bool solve_panel(const sweep<value_t> *w, const vector_panel<value_t> &p)
+{
+    if (p.width > 1) return solve_several(w, p);
+    gather_window(w, p);
+    if (!solve_serial(w, p.x + 1)) return false;
+    scatter_window(w, p);
     return true;
 }
 
 template <typename value_t>
 static bool solve_panels(const solve_input<value_t> *in, const sweep<value_t> *w, value_t *work)
 {
-    const int64_t n = in->structure->neqns, threads = several_vector_threads(in), width = panel_width(in->nb, threads);
+    const int64_t threads = several_vector_threads(in), width = panel_width(in->nb, threads);
     const int64_t panels = (in->nb + width - 1) / width, team = panels < threads ? panels : threads;
     const auto share = [=](int64_t t) {
-        value_t *const own = work + t * (n + 1) * row_stride<value_t>(width);
+        value_t *const own = work + t * panel_entries<value_t>(in->structure, width);
         bool complete = true;
         for (int64_t panel = t; panel < panels && complete; panel += team) {
             const int64_t first = panel * width, rest = in->nb - first;
-            complete = solve_panel(in, w, first, rest < width ? rest : width, own);
+            complete = solve_panel(w, panel_of(in, first, rest < width ? rest : width, own));
         }
         return complete;
     };
@@ -260,10 +171,11 @@ static bool solve_panels(const solve_input<value_t> *in, const sweep<value_t> *w
 template <typename value_t>
 static bool solve_one(const solve_input<value_t> *in, const sweep<value_t> *w, int64_t threads, value_t *work)
 {
-    if (threads == 1) return solve_panel(in, w, 0, 1, work);
-    gather_vectors(in, w, 0, 1, 1, work);
-    const bool complete = solve_single_parallel(w, threads, work + 1, work + in->structure->neqns + 1);
-    if (complete) scatter_vectors(in, w, 0, 1, 1, work);
+    const vector_panel<value_t> p = panel_of(in, 0, 1, work);
+    if (threads == 1) return solve_panel(w, p);
+    gather_window(w, p);
+    const bool complete = solve_single_parallel(w, threads, work + 1, work + p.n + 1);
+    if (complete) scatter_window(w, p);
     return complete;
 }
 
@@ -272,7 +184,7 @@ int64_t solve_work_entries(const supernodal_structure *s, int64_t nb, int64_t th
     const int64_t team = threads < 1 ? 1 : threads, n = s->neqns;
     if (nb <= 1) return team > 1 ? (std::min(team, most_single_threads) + 1) * (n + 1) : n + 1;
     const int64_t parts = team < nb ? team : nb;
-    return parts * (n + 1) * row_stride<float>(panel_width(nb, parts)); /* of the longest rows, those of the shortest type */
+    return parts * panel_entries<float>(s, panel_width(nb, parts)); /* of the longest rows, those of the shortest type */
 }
 
 template <typename value_t>

@@ -136,14 +136,38 @@ bool backward_supernodes(const sweep<value_t> *w, int64_t first, int64_t last, v
 template <typename value_t>
 bool solve_single_parallel(const sweep<value_t> *w, int64_t threads, value_t *x, value_t *beyond);
 
-/* ---- several vectors: entry i of vector k is x[i * stride + k], i = 1..n; row 0 of x is not used ---- */
+/* ---- working vectors of one pass: entry i of vector k is x[i * stride + k], i = 1..n; row 0 of x is not used ---- */
 
 /* Most vectors that are interleaved at a time: the gain from more is small. */
 inline constexpr int64_t solve_width_limit = 32;
 
-/* stride: a multiple of interleaved_lanes. */
 template <typename value_t>
-bool solve_several(const sweep<value_t> *w, int64_t stride, value_t *x);
+struct vector_panel {
+    int64_t n, width;
+    int64_t stride;     /* 1, or a multiple of interleaved_lanes of which width are used */
+    value_t *rhs;       /* the caller's first vector of this pass; vectors are n apart */
+    value_t *solution;  /* where its result goes; may be rhs */
+    value_t *x;         /* [(n + 1) * stride] */
+    uint64_t *in_place; /* several vectors: one bit for each supernode, gathered_words of them */
+};
+inline int64_t gathered_words(int64_t supernodes)
+{
+    return (supernodes + 63) / 64;
+}
+
+/* Rows first..last into the working vectors and out of them; and the rows of the window, with those to be cleared. */
+template <typename value_t>
+void gather_rows(const sweep<value_t> *w, const vector_panel<value_t> &p, int64_t first, int64_t last);
+template <typename value_t>
+void scatter_rows(const sweep<value_t> *w, const vector_panel<value_t> &p, int64_t first, int64_t last);
+template <typename value_t>
+void gather_window(const sweep<value_t> *w, const vector_panel<value_t> &p);
+template <typename value_t>
+void scatter_window(const sweep<value_t> *w, const vector_panel<value_t> &p);
+
+/* Gather, sweeps and scatter of several vectors. False when a block could not be had. */
+template <typename value_t>
+bool solve_several(const sweep<value_t> *w, const vector_panel<value_t> &p);
 
 /* x_s = inverse(D) x_s for the block of one supernode; entry i of vector k at x[i * stride + k]. */
 template <typename value_t>

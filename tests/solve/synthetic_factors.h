@@ -130,6 +130,10 @@ void make_structure(synthetic_factors<value_t> *f, int64_t domains, int64_t leaf
         f->domain_table.push_back(supernodes + 1);
         f->domain_table.push_back(supernodes);
     }
+    for (size_t s = 0; s < f->xlindx.size() - 1; ++s) {
+        const int64_t below = f->xlindx[s] - 1 + f->xsuper[s + 1] - f->xsuper[s];
+        f->sparent.push_back(below + 1 < f->xlindx[s + 1] ? f->snode[static_cast<size_t>(f->lindx[static_cast<size_t>(below)] - 1)] : 0);
+    }
     f->perm.resize(static_cast<size_t>(n));
     f->invp.resize(static_cast<size_t>(n));
     for (int64_t i = 0; i < n; ++i) f->perm[static_cast<size_t>(i)] = i + 1;
@@ -145,7 +149,7 @@ void make_structure(synthetic_factors<value_t> *f, int64_t domains, int64_t leaf
                     f->lindx.data(),
                     f->xlnz.data(),
                     f->xunz.data(),
-                    nullptr,
+                    f->sparent.data(),
                     l - 1,
                     u - 1,
                     domains,

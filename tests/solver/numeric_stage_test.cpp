@@ -88,3 +88,17 @@ TEST(numeric_stage, matched_and_scaled_types_with_threads_and_schemes)
         }
     }
 }
+
+/* So many rows that they come in and go out in pieces: fails when an ancestor comes in late or twice, or a row leaves before it is final.
+ */
+TEST(numeric_stage, many_vectors_on_a_large_grid)
+{
+    for (const int64_t type : {2, -2, 6, 11}) {
+        session s;
+        load_grid(&s, type, 55, 35);
+        iparam_defaults(s.iparam, type);
+        s.parameter(iparam_overwrite_rhs) = type == 2 ? 1 : 0;
+        ASSERT_EQ(s.call(13), 0);
+        EXPECT_LT(backward_error(&s, s.unpack(type == 2 ? s.b : s.x)), 1e-13) << type;
+    }
+}

@@ -51,6 +51,16 @@ DENSE_INLINE value_t turned(const value_t &a, bool conjugate)
     return c;
 }
 
+/* The factors and the row lists pass in one direction, a few lines for each column: what is so many bytes ahead is asked for, across the
+   pages at which the hardware stops. */
+constexpr int64_t run_ahead = 2048;
+template <typename value_t>
+DENSE_INLINE void prefetch_run(const value_t *column, const int64_t *row, int64_t bytes)
+{
+    prefetch_at(reinterpret_cast<const unsigned char *>(column), bytes);
+    prefetch_at(reinterpret_cast<const unsigned char *>(row), bytes);
+}
+
 template <typename value_t, bool divides>
 DENSE_INLINE int64_t run_forward(const column_run<value_t> &run, int64_t number, int64_t last)
 {
@@ -60,6 +70,7 @@ DENSE_INLINE int64_t run_forward(const column_run<value_t> &run, int64_t number,
         const int64_t *const row = run.list + start;
         if (run.first_column[number] != j + 1 || (below > 0 && row[below - 1] > run.row_limit)) break;
         const value_t *const column = run.panel + (run.panel_start[j - 1] + run.panel_skip - 1);
+        prefetch_run(column, row, run_ahead);
         const value_t own = x[j - 1];
         value_t factor = value_t(1);
         if constexpr (divides) {
@@ -84,6 +95,7 @@ DENSE_INLINE int64_t run_backward(const column_run<value_t> &run, int64_t number
         const int64_t *const row = run.list + start;
         if (run.first_column[number - 1] != j) break;
         const value_t *const column = run.panel + (run.panel_start[j - 1] + run.panel_skip - 1);
+        prefetch_run(column, row, -run_ahead);
         value_t factor = value_t(1);
         if constexpr (before || after) factor = inverse_of(run.diagonal + (run.diagonal_start[j - 1] - 1), conjugate && after);
         value_t own = before ? times(x[j - 1], factor) : x[j - 1], other = value_t(0);

@@ -138,14 +138,19 @@ struct register_count {
     static constexpr int value = count;
 };
 
-/* Run tile(at, vectors) over all registers of a row. */
-template <typename value_t, typename tile_t>
+/* Run tile(at, vectors) over all registers of a row, at most so many at a time (up to 8). */
+template <typename value_t, int most = interleaved_vectors<value_t>, typename tile_t>
 DENSE_INLINE void over_registers(int64_t stride, const tile_t &tile)
 {
-    constexpr int most = interleaved_vectors<value_t>;
     constexpr int64_t lane = lanes<real_of<value_t>>;
     int64_t at = 0;
     for (; at + most * lane <= stride; at += most * lane) tile(at, register_count<most>{});
+    if constexpr (most > 4) {
+        if (at + 4 * lane <= stride) {
+            tile(at, register_count<4>{});
+            at += 4 * lane;
+        }
+    }
     if (at + 2 * lane <= stride) {
         tile(at, register_count<2>{});
         at += 2 * lane;
@@ -315,9 +320,61 @@ DENSE_INLINE interleaved_panel<value_t> panel_view(const value_t *panel, int64_t
     return {as_real(panel), ld, stride * parts<value_t>, broadcast_pair<real_t>(s, -s)};
 }
 
+/* Supernodes of one column, real values: the own row stays in registers while the rows below pass, and no tile is set up for them. */
+constexpr int column_vectors = 8;
+
+template <typename real_t, int vectors>
+DENSE_INLINE void column_forward(const interleaved_block<real_t> &b, real_t factor, int64_t at)
+{
+    vec<real_t> own[vectors];
+    DENSE_UNROLL
+    for (int v = 0; v < vectors; ++v) {
+        own[v] = load(b.own + at + v * lanes<real_t>) * broadcast(factor);
+        store(b.own + at + v * lanes<real_t>, own[v]);
+    }
+    for (int64_t i = 0; i < b.below; ++i) {
+        real_t *const y = b.vectors + b.row[i] * b.stride + at;
+        const vec<real_t> entry = broadcast(-b.panel[i]);
+        DENSE_UNROLL
+        for (int v = 0; v < vectors; ++v) store(y + v * lanes<real_t>, madd(own[v], entry, load(y + v * lanes<real_t>)));
+    }
+}
+
+/* The first row below is the one found last. */
+template <typename real_t, int vectors>
+DENSE_INLINE void column_backward(const interleaved_block<real_t> &b, real_t factor, int64_t at)
+{
+    vec<real_t> own[vectors];
+    DENSE_UNROLL
+    for (int v = 0; v < vectors; ++v) own[v] = load(b.own + at + v * lanes<real_t>);
+    for (int64_t i = b.below - 1; i >= 0; --i) {
+        const real_t *const y = b.vectors + b.row[i] * b.stride + at;
+        const vec<real_t> entry = broadcast(-b.panel[i]);
+        DENSE_UNROLL
+        for (int v = 0; v < vectors; ++v) own[v] = madd(load(y + v * lanes<real_t>), entry, own[v]);
+    }
+    DENSE_UNROLL
+    for (int v = 0; v < vectors; ++v) store(b.own + at + v * lanes<real_t>, own[v] * broadcast(factor));
+}
+
+template <bool forward, typename real_t>
+void interleaved_column(const interleaved_block<real_t> &b)
+{
+    const real_t factor = b.triangle == block_triangle::lower_unit ? real_t{1} : real_t{1} / b.diagonal[0];
+    over_registers<real_t, column_vectors>(b.stride, [&](int64_t at, auto vectors) {
+        if constexpr (forward)
+            column_forward<real_t, vectors.value>(b, factor, at);
+        else
+            column_backward<real_t, vectors.value>(b, factor, at);
+    });
+}
+
 template <typename value_t>
 void interleaved_forward(const interleaved_block<value_t> *b)
 {
+    if constexpr (!is_complex<value_t>) {
+        if (b->columns == 1) return interleaved_column<true>(*b);
+    }
     const bool upper = b->triangle == block_triangle::upper;
     const interleaved_panel<value_t> t = panel_view(b->diagonal, b->diagonal_ld, b->stride, false);
     solve_interleaved<value_t>({!upper, true, b->triangle == block_triangle::lower_unit, false}, t, b->columns, as_real(b->own));
@@ -328,6 +385,9 @@ void interleaved_forward(const interleaved_block<value_t> *b)
 template <typename value_t>
 void interleaved_backward(const interleaved_block<value_t> *b)
 {
+    if constexpr (!is_complex<value_t>) {
+        if (b->columns == 1) return interleaved_column<false>(*b);
+    }
     const bool upper = b->triangle == block_triangle::upper, conjugate = b->kind == mirror::hermitian;
     const interleaved_panel<value_t> p = panel_view(b->panel, b->panel_ld, b->stride, conjugate);
     update_columns<value_t, true>(p, b->below, b->columns, {as_real(b->vectors), b->row, p.stride}, as_real(b->own));

@@ -46,17 +46,21 @@ DENSE_INLINE void multiply_values(int64_t n, const real_of<value_t> *f, value_t 
     if (i < reals) store_part(p + i, times_value<value_t>(load_part(p + i, reals - i), f), reals - i);
 }
 
-/* Ask for the line of the column that comes next in this place: the streams of a panel's columns are too short for the hardware to follow.
-   The address may lie past the panel, which a prefetch does not mind. */
-template <int columns, typename real_t>
-DENSE_INLINE void prefetch_next(const real_t *column, int64_t reals_a_column)
+/* Ask for the line `reals` away. The address may lie past the panel, which a prefetch does not mind. */
+template <typename real_t>
+DENSE_INLINE void prefetch_at(const real_t *from, int64_t reals)
 {
-    __builtin_prefetch(reinterpret_cast<const void *>(reinterpret_cast<uintptr_t>(column) +
-                                                      static_cast<uintptr_t>(columns * reals_a_column) * sizeof(real_t)));
+    __builtin_prefetch(reinterpret_cast<const void *>(reinterpret_cast<uintptr_t>(from) + static_cast<uintptr_t>(reals) * sizeof(real_t)));
 }
 
-/* Sums over i of x(i, c) * y(i), c < columns; out: the reals of the sums. conjugate: of x. ahead: other columns follow. */
-template <typename value_t, int columns, bool ahead = false>
+/* Columns that follow a group of columns of a panel in a sweep, if any: the streams of a panel's columns are too short for the hardware to
+   follow, so the line of the column that comes next in each place is asked for. */
+enum class column_order { none, ascending, descending };
+template <int columns, column_order next>
+constexpr int64_t column_step = next == column_order::ascending ? columns : -columns;
+
+/* Sums over i of x(i, c) * y(i), c < columns; out: the reals of the sums. conjugate: of x. */
+template <typename value_t, int columns, column_order next = column_order::none>
 DENSE_INLINE void inner_products(bool conjugate, int64_t n, const value_t *x, int64_t ldx, const value_t *y, real_of<value_t> *out)
 {
     using real_t = real_of<value_t>;
@@ -73,7 +77,8 @@ DENSE_INLINE void inner_products(bool conjugate, int64_t n, const value_t *x, in
         DENSE_UNROLL
         for (int c = 0; c < columns; ++c) {
             const vec<real_t> u = load(as_real(x + c * ldx) + i);
-            if constexpr (ahead) prefetch_next<columns>(as_real(x + c * ldx) + i, ldx * parts<value_t>);
+            if constexpr (next != column_order::none)
+                prefetch_at(as_real(x + c * ldx) + i, column_step<columns, next> * ldx * parts<value_t>);
             same[c] = madd(u, v, same[c]);
             if constexpr (is_complex<value_t>) cross[c] = madd(u, swap_pairs(v), cross[c]);
         }
@@ -104,8 +109,8 @@ DENSE_INLINE void inner_products(bool conjugate, int64_t n, const value_t *x, in
     if constexpr (!is_complex<value_t>) (void)conjugate;
 }
 
-/* y += sum over c of f(c) * x(., c): `columns` streams, each read once. f: the reals of the factors. ahead: other columns follow. */
-template <typename value_t, int columns, bool ahead = false>
+/* y += sum over c of f(c) * x(., c): `columns` streams, each read once. f: the reals of the factors. */
+template <typename value_t, int columns, column_order next = column_order::none>
 DENSE_INLINE void add_multiples(int64_t n, const real_of<value_t> *f, const value_t *x, int64_t ldx, value_t *y)
 {
     using real_t = real_of<value_t>;
@@ -124,7 +129,8 @@ DENSE_INLINE void add_multiples(int64_t n, const real_of<value_t> *f, const valu
         DENSE_UNROLL
         for (int c = 0; c < columns; ++c) {
             const vec<real_t> v = load(as_real(x + c * ldx) + i);
-            if constexpr (ahead) prefetch_next<columns>(as_real(x + c * ldx) + i, ldx * parts<value_t>);
+            if constexpr (next != column_order::none)
+                prefetch_at(as_real(x + c * ldx) + i, column_step<columns, next> * ldx * parts<value_t>);
             sum = madd(v, even[c], sum);
             if constexpr (is_complex<value_t>) sum = madd(swap_pairs(v), odd[c], sum);
         }
@@ -152,7 +158,7 @@ void subtract_columns(int64_t m, int64_t n, const value_t *a, int64_t lda, const
     int64_t j = 0;
     for (; j + 4 <= n; j += 4) {
         for (int64_t c = 0; c < 4 * parts<value_t>; ++c) f[c] = -p[j * parts<value_t> + c];
-        add_multiples<value_t, 4, true>(m, f, a + j * lda, lda, y);
+        add_multiples<value_t, 4, column_order::ascending>(m, f, a + j * lda, lda, y);
     }
     for (; j < n; ++j) {
         for (int64_t c = 0; c < parts<value_t>; ++c) f[c] = -p[j * parts<value_t> + c];
@@ -160,21 +166,21 @@ void subtract_columns(int64_t m, int64_t n, const value_t *a, int64_t lda, const
     }
 }
 
-/* x -= a' * y over all columns of a (m by n). */
+/* x -= a' * y over all columns of a (m by n), from the last one down, as a backward sweep reads the factors. */
 template <typename value_t>
 void subtract_products(bool conjugate, int64_t m, int64_t n, const value_t *a, int64_t lda, const value_t *y, value_t *x)
 {
     using real_t = real_of<value_t>;
     real_t sum[8];
     real_t *p = as_real(x);
-    int64_t j = 0;
-    for (; j + 4 <= n; j += 4) {
-        inner_products<value_t, 4, true>(conjugate, m, a + j * lda, lda, y, sum);
-        for (int64_t c = 0; c < 4 * parts<value_t>; ++c) p[j * parts<value_t> + c] -= sum[c];
+    int64_t j = n;
+    for (; j >= 4; j -= 4) {
+        inner_products<value_t, 4, column_order::descending>(conjugate, m, a + (j - 4) * lda, lda, y, sum);
+        for (int64_t c = 0; c < 4 * parts<value_t>; ++c) p[(j - 4) * parts<value_t> + c] -= sum[c];
     }
-    for (; j < n; ++j) {
-        inner_products<value_t, 1>(conjugate, m, a + j * lda, lda, y, sum);
-        for (int64_t c = 0; c < parts<value_t>; ++c) p[j * parts<value_t> + c] -= sum[c];
+    for (; j > 0; --j) {
+        inner_products<value_t, 1>(conjugate, m, a + (j - 1) * lda, lda, y, sum);
+        for (int64_t c = 0; c < parts<value_t>; ++c) p[(j - 1) * parts<value_t> + c] -= sum[c];
     }
 }
 
