@@ -14,6 +14,7 @@
 #include <malloc.h>
 #include <string>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -75,15 +76,24 @@ double backward_error(const market_matrix &upper, const std::vector<double> &b, 
     return largest_r / (norm * largest_x + largest_b);
 }
 
+/* The library's open files: their names are gone. */
+std::vector<int> open_files(const std::string &folder)
+{
+    std::vector<int> found;
+    for (int file = 0; file < 256; ++file) {
+        char name[4096];
+        const ssize_t length = readlink(("/proc/self/fd/" + std::to_string(file)).c_str(), name, sizeof name);
+        if (length > 0 && std::string(name, static_cast<size_t>(length)).starts_with(folder + "/")) found.push_back(file);
+    }
+    return found;
+}
+
 /* Put the files on the disk and out of the system's memory, so that a solve reads the disk. */
 void drop_from_memory(const std::string &folder)
 {
-    for (const auto &entry : std::filesystem::directory_iterator(folder)) {
-        const int file = open(entry.path().c_str(), O_RDONLY);
-        if (file < 0) continue;
+    for (const int file : open_files(folder)) {
         (void)fsync(file);
         (void)posix_fadvise(file, 0, 0, POSIX_FADV_DONTNEED);
-        close(file);
     }
 }
 
@@ -112,7 +122,6 @@ void prepare_process(const run_request &request)
     mallopt(M_MMAP_THRESHOLD, 1 << 17); /* what is freed leaves the address space, which the limit counts */
     setenv("WKL_SOLVARA_OOC_PATH", (request.folder + "/part").c_str(), 1);
     setenv("WKL_SOLVARA_OOC_MAX_CORE_SIZE", std::to_string(request.core_megabytes).c_str(), 1);
-    setenv("WKL_SOLVARA_OOC_KEEP_FILE", "0", 1); /* by their names the files can be put out of memory */
 }
 
 void write_value(const std::string &path, int64_t value)
@@ -160,12 +169,13 @@ int64_t group_peak_kb(const std::string &group)
 /* Seconds of a cold sequential read of at most 512 MB of the folder's largest file; the bytes are added to *bytes. */
 double read_cold(const std::string &folder, std::vector<char> *block, int64_t *bytes)
 {
-    std::filesystem::path name;
-    uintmax_t size = 0;
-    for (const auto &entry : std::filesystem::directory_iterator(folder))
-        if (entry.file_size() > size) size = entry.file_size(), name = entry.path();
+    int largest = -1;
+    for (const int file : open_files(folder)) {
+        struct stat one, most;
+        if (fstat(file, &one) == 0 && (largest < 0 || (fstat(largest, &most) == 0 && one.st_size > most.st_size))) largest = file;
+    }
     drop_from_memory(folder);
-    const int file = open(name.c_str(), O_RDONLY);
+    const int file = open(("/proc/self/fd/" + std::to_string(largest)).c_str(), O_RDONLY); /* a way of its own, the ordinary one */
     if (file < 0) return 0;
     const double start = bench_seconds();
     int64_t got = 0;
@@ -296,6 +306,7 @@ int main(int count, char **arguments)
     const bench_options options = read_options(count, arguments);
     std::string work = options.folder + "/ooc_bench_XXXXXX";
     if (mkdtemp(work.data()) == nullptr) return 1;
+    work = std::filesystem::canonical(work);
     bench_table table;
     table.head = {"matrix",    "limit",     "result",     "core mode", "analysis s", "factor s", "ratio",    "solve s",  "written MB",
                   "read f MB", "read s MB", "solve MB/s", "of disk",   "held MB",    "RSS MB",   "space MB", "group MB", "error e-16"};

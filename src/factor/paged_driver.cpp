@@ -7,8 +7,9 @@
    above them as many supernodes as most of the windows hold are assembled together, a batch, so that a source is read once for all of
    them. All threads work on one batch: on its members, or on the sources that come in.
 
-   The order in which a supernode receives its sources does not depend on where batches end: those of the subtrees, those above them, each
-   ascending. The numbering need not be a postorder: all that counts is that children come before parents. */
+   Members that were one supernode before they were cut for their width are updated together. The order in which a supernode receives its
+   sources does not depend on where batches end: those of the subtrees, those above them, each ascending. The numbering need not be a
+   postorder: all that counts is that children come before parents. */
 
 namespace
 {
@@ -21,6 +22,15 @@ struct source_group {
     int64_t count, number[source_limit];
 };
 
+/* Members that what stands before them updates together: a span, or one alone. */
+template <typename value_t>
+struct batch_unit {
+    target_block<value_t> target;
+    int64_t first, count; /* of its members */
+    int64_t applied;      /* members before it that it has received; this and the next under member_lock */
+    bool taken;           /* a thread works on it, or it is factored */
+};
+
 template <typename value_t>
 struct batch_state {
     const supernodal_structure *s;
@@ -29,12 +39,14 @@ struct batch_state {
     int64_t group_bytes;
     int64_t last, count; /* members */
     target_block<value_t> member[member_limit];
+    span_block<value_t> block[member_limit];
+    int64_t units;
+    batch_unit<value_t> unit[member_limit];
     int64_t pass, cursor; /* of the search for sources */
     source_group group[2];
     source_group *current, *following;
-    /* while the members are factored, under member_lock */
-    int64_t factored, applied[member_limit]; /* members that are factored, and how many of those a member has received */
-    bool taken[member_limit];                /* a thread works on it */
+    bool held;        /* the current sources */
+    int64_t factored; /* members; under member_lock */
 };
 
 /* Cut the tree. limit: entries of a subtree. next: links the supernodes of a subtree, ascending; a supernode's word is free once it is
@@ -71,22 +83,67 @@ int64_t next_target(const supernodal_structure &s, int64_t source, int64_t row)
     return remaining == 0 ? 0 : s.snode[supernode_row_list(s, source)[supernode_rows(s, source) - remaining] - 1];
 }
 
-/* Apply source to a member, if it has rows there. At once: what is applied together must not depend on where groups of sources end. */
+/* Apply source to a member or a unit, if it has rows there. */
 template <typename value_t, factor_kind kind, mirror sym>
-void update_member(factor_run<value_t> *run, thread_space<value_t> *space, target_block<value_t> *member, int64_t source)
+void update_target(factor_run<value_t> *run, thread_space<value_t> *space, target_block<value_t> *target, int64_t source)
 {
     const supernodal_structure &s = *run->s;
-    const int64_t remaining = rows_from(s, source, member->first);
+    const int64_t remaining = rows_from(s, source, target->first);
     if (remaining == 0) return;
     const int64_t row = supernode_row_list(s, source)[supernode_rows(s, source) - remaining];
-    if (row >= member->first + member->columns) return;
-    apply_update<value_t, kind, sym>(run, space, member, source, remaining);
-    flush_updates<value_t, kind, sym>(run, space, member);
+    if (row < target->first + target->columns) apply_update<value_t, kind, sym>(run, space, target, source, remaining);
+}
+
+/* Whether a supernode has a block of U. */
+template <typename value_t>
+bool has_upper(const factor_run<value_t> *run, int64_t number)
+{
+    return run->two_sides && supernode_rows(*run->s, number) > supernode_columns(*run->s, number);
+}
+
+/* Hold the blocks of a finished supernode without waiting; false: nothing is held. */
+template <typename value_t>
+bool hold_source(const factor_run<value_t> *run, int64_t source)
+{
+    const factor_store<value_t> &store = *run->in->store;
+    const block_pager *pager = store.pager;
+    if (!pager->hold(pager->context, factor_side::lower, source)) return false;
+    if (!has_upper(run, source) || pager->hold(pager->context, factor_side::upper, source)) return true;
+    release_block(store, factor_side::lower, source, block_use::read);
+    return false;
+}
+
+template <typename value_t>
+void let_go(const factor_run<value_t> *run, int64_t source)
+{
+    release_block(*run->in->store, factor_side::lower, source, block_use::read);
+    if (has_upper(run, source)) release_block(*run->in->store, factor_side::upper, source, block_use::read);
+}
+
+/* Divide the members of a batch into units. */
+template <typename value_t>
+void make_units(const factor_run<value_t> *run, const thread_space<value_t> &space, batch_state<value_t> *batch)
+{
+    const target_block<value_t> *member = batch->member;
+    batch->units = 0;
+    for (int64_t i = 0, end = 0; i < batch->count; i = end) {
+        for (end = i + 1; end < batch->count && member[end].number == member[end - 1].number + 1;) ++end;
+        end = i + span_count_from(run, space, member[i].number, member[end - 1].number);
+        batch_unit<value_t> *unit = &batch->unit[batch->units++];
+        *unit = {member[i], i, end - i, 0, false};
+        if (unit->count == 1) continue;
+        int64_t columns = 0;
+        for (int64_t k = i; k < end; columns += member[k++].columns)
+            batch->block[k] = {columns, member[k].columns, member[k].rows, member[k].lower, member[k].upper};
+        unit->target.columns = columns;
+        unit->target.spanned = unit->count;
+        unit->target.span = batch->block + i;
+    }
 }
 
 /* Hold the supernodes from `first` on, as far as planned and as many as the windows admit. One thread, while no source is held. */
 template <typename value_t>
-void open_batch(factor_run<value_t> *run, batch_state<value_t> *batch, int64_t first)
+void open_batch(factor_run<value_t> *run, const thread_space<value_t> &space, batch_state<value_t> *batch, int64_t first)
 {
     const block_pager *pager = run->in->store->pager;
     pager->mark(pager->context);
@@ -101,10 +158,8 @@ void open_batch(factor_run<value_t> *run, batch_state<value_t> *batch, int64_t f
         ++batch->count;
         batch->last = i;
     }
-    for (int64_t i = 0; i < batch->count; ++i) {
-        batch->applied[i] = 0;
-        batch->taken[i] = false;
-    }
+    make_units(run, space, batch);
+    batch->held = false;
     batch->factored = 0;
     batch->pass = 0;
     batch->cursor = 1;
@@ -130,11 +185,13 @@ void find_sources(const factor_run<value_t> *run, batch_state<value_t> *batch, s
     }
 }
 
-/* Go on to the next sources. */
+/* Let the sources go and go on to the next ones. */
 template <typename value_t>
 void advance_sources(const factor_run<value_t> *run, batch_state<value_t> *batch)
 {
     const block_pager *pager = run->in->store->pager;
+    for (int64_t i = 0; batch->held && i < batch->current->count; ++i) let_go(run, batch->current->number[i]);
+    batch->held = false;
     pager->mark(pager->context);
     batch->current = batch->following;
     batch->following = batch->current == &batch->group[0] ? &batch->group[1] : &batch->group[0];
@@ -164,7 +221,18 @@ void take_source(factor_run<value_t> *run, batch_state<value_t> *batch, int64_t 
     }
 }
 
-/* All sources, a group that fits the windows at a time, to all members. */
+/* Hold all sources of the group, so that several can be applied in one pass, or none of them: windows may be too small. */
+template <typename value_t>
+void hold_sources(const factor_run<value_t> *run, batch_state<value_t> *batch)
+{
+    const source_group &group = *batch->current;
+    int64_t count = 0;
+    while (count < group.count && hold_source(run, group.number[count])) ++count;
+    batch->held = count == group.count;
+    while (!batch->held && count > 0) let_go(run, group.number[--count]);
+}
+
+/* All sources, a group that fits the windows at a time, to all units. */
 template <typename value_t, factor_kind kind, mirror sym>
 void apply_sources(factor_run<value_t> *run, thread_space<value_t> *space, batch_state<value_t> *batch)
 {
@@ -180,77 +248,101 @@ void apply_sources(factor_run<value_t> *run, thread_space<value_t> *space, batch
         if (group.count == 0) return;
 #pragma omp for schedule(dynamic, 1)
         for (int64_t i = 0; i < group.count; ++i) take_source(run, batch, group.number[i]);
+#pragma omp single
+        hold_sources(run, batch);
+        space->held = batch->held;
 #pragma omp for schedule(dynamic, 1)
-        for (int64_t m = -1; m < batch->count; ++m) {
-            if (m < 0) { /* one thread asks for the next group while the others compute */
+        for (int64_t u = -1; u < batch->units; ++u) {
+            if (u < 0) { /* one thread asks for the next group while the others compute */
                 expect_sources(run, *batch->following);
                 continue;
             }
-            target_block<value_t> *member = &batch->member[m];
-            member->mapped = false; /* the thread's map has served another member */
+            target_block<value_t> *target = &batch->unit[u].target;
+            target->mapped = false; /* the thread's map has served another unit */
             for (int64_t i = 0; i < group.count && !failed(run); ++i)
-                update_member<value_t, kind, sym>(run, space, member, group.number[i]);
+                update_target<value_t, kind, sym>(run, space, target, group.number[i]);
+            if (!failed(run)) flush_updates<value_t, kind, sym>(run, space, target);
         }
     }
 }
 
-/* A member that is done may be written; it is still read for the members behind it. */
+/* A member that is done may be written; it is held for the members behind it. */
 template <typename value_t>
 void finish_member(factor_run<value_t> *run, thread_space<value_t> *space, batch_state<value_t> *batch, const target_block<value_t> &member)
 {
     batch->waits[member.number - 1] = next_target(*batch->s, member.number, batch->s->xsuper[batch->last]);
+    if (!failed(run) && !hold_source(run, member.number)) fail(run, -1);
     close_target(run, &member, block_use::create);
     if (!failed(run)) report_block(run, space, member.rows * member.columns, false);
+#pragma omp critical(member_lock)
+    ++batch->factored;
 }
 
-/* The first member that can receive an earlier one or be factored, taken for the caller; -1: none at the moment. */
+/* The first unit that can receive members or be factored, taken for the caller; -1: none at the moment. from .. to - 1: the members that it
+   can receive; to is its own first one when it can be factored then. */
 template <typename value_t>
-int64_t take_member(batch_state<value_t> *batch, bool *finished)
+int64_t take_unit(batch_state<value_t> *batch, int64_t *from, int64_t *to, bool *finished)
 {
     int64_t found = -1;
 #pragma omp critical(member_lock)
     {
         *finished = batch->factored == batch->count;
-        for (int64_t i = batch->factored; i < batch->count && found < 0; ++i)
-            if (!batch->taken[i] && (batch->applied[i] < batch->factored || i == batch->factored)) found = i;
-        if (found >= 0) batch->taken[found] = true;
+        for (int64_t u = 0; u < batch->units && found < 0; ++u) {
+            batch_unit<value_t> *unit = &batch->unit[u];
+            *from = unit->applied;
+            *to = std::min(batch->factored, unit->first);
+            if (unit->taken || (*from == *to && *to < unit->first)) continue;
+            unit->taken = true;
+            found = u;
+        }
     }
     return found;
 }
 
-template <typename value_t>
-void give_member_back(batch_state<value_t> *batch, int64_t i)
+/* Factor the members of a unit that has received all before it. */
+template <typename value_t, factor_kind kind, mirror sym>
+void factor_unit(factor_run<value_t> *run, thread_space<value_t> *space, batch_state<value_t> *batch, const batch_unit<value_t> &unit)
 {
-#pragma omp critical(member_lock)
-    {
-        batch->taken[i] = false;
-        ++(batch->applied[i] < i ? batch->applied[i] : batch->factored);
+    for (int64_t i = unit.first; i < unit.first + unit.count; ++i) {
+        target_block<value_t> *member = &batch->member[i];
+        for (int64_t j = unit.first; j < i && !failed(run); ++j)
+            apply_update<value_t, kind, sym>(run, space, member, batch->member[j].number, member->rows);
+        if (!failed(run)) flush_updates<value_t, kind, sym>(run, space, member);
+        if (!failed(run)) factor_supernode<value_t, kind, sym>(run, space, member);
+        finish_member(run, space, batch, *member);
     }
 }
 
-/* Each member receives the earlier ones in order, as they are finished, and is factored then. The first ones go first: the others wait for
+/* Each unit receives the earlier members in order, as they are finished, and is factored then. The first ones go first: the others wait for
    them. */
 template <typename value_t, factor_kind kind, mirror sym>
 void factor_members(factor_run<value_t> *run, thread_space<value_t> *space, batch_state<value_t> *batch)
 {
     idle_wait wait;
+    int64_t from = 0, to = 0;
+    space->held = true;
     for (bool finished = false;;) {
-        const int64_t i = take_member(batch, &finished);
+        const int64_t u = take_unit(batch, &from, &to, &finished);
         if (finished) break;
-        if (i < 0) {
+        if (u < 0) {
             wait.pause();
             continue;
         }
         wait.reset();
-        target_block<value_t> *member = &batch->member[i];
-        member->mapped = false; /* the thread's map has served another member */
-        if (batch->applied[i] < i) {
-            if (!failed(run)) update_member<value_t, kind, sym>(run, space, member, batch->member[batch->applied[i]].number);
-        } else {
-            if (!failed(run)) factor_supernode<value_t, kind, sym>(run, space, member);
-            finish_member(run, space, batch, *member);
+        batch_unit<value_t> *unit = &batch->unit[u];
+        unit->target.mapped = false; /* the thread's map has served another unit */
+        for (int64_t i = from; i < to && !failed(run); ++i)
+            update_target<value_t, kind, sym>(run, space, &unit->target, batch->member[i].number);
+        if (!failed(run)) flush_updates<value_t, kind, sym>(run, space, &unit->target);
+        if (to == unit->first) {
+            factor_unit<value_t, kind, sym>(run, space, batch, *unit);
+            continue;
         }
-        give_member_back(batch, i);
+#pragma omp critical(member_lock)
+        {
+            unit->applied = to;
+            unit->taken = false;
+        }
     }
 #pragma omp barrier
 }
@@ -262,6 +354,8 @@ void process_batch(factor_run<value_t> *run, thread_space<value_t> *space, batch
     for (int64_t i = 0; i < batch->count; ++i) assemble_supernode(run, &batch->member[i]);
     apply_sources<value_t, kind, sym>(run, space, batch);
     factor_members<value_t, kind, sym>(run, space, batch);
+#pragma omp single
+    for (int64_t i = 0; i < batch->count && !failed(run); ++i) let_go(run, batch->member[i].number);
 }
 
 /* One subtree, with the private lists of its supernodes; what is left of their rows stays in head. */
@@ -303,10 +397,7 @@ void paged_region(factor_run<value_t> *run, void *work)
 #pragma omp parallel num_threads(static_cast <int>(team))
     {
         thread_space<value_t> space;
-        int64_t id = 0;
-#pragma omp critical(thread_id_lock)
-        id = ++threads;
-        bind_thread_space(run, id, work, &space);
+        enter_region(run, &threads, work, &space);
 #pragma omp for schedule(dynamic, 1)
         for (int64_t root = 1; root <= supernodes; ++root)
             if (batch.status[root - 1] < 0 && !failed(run))
@@ -316,10 +407,14 @@ void paged_region(factor_run<value_t> *run, void *work)
             const int64_t remaining = lists.head[s.xsuper[i - 1] - 1];
             batch.waits[i - 1] = remaining == 0 ? 0 : s.snode[supernode_row_list(s, i)[supernode_rows(s, i) - remaining] - 1];
         }
+        /* one thread gives the same bits every run: what is applied together must not depend on where groups and batches end */
+#pragma omp single
+        run->most_pending = team > 1 ? run->most_pending : 1;
+        space.held = true; /* what is updated in a batch */
         for (int64_t first = 1; first <= supernodes; ++first) {
             if (batch.status[first - 1] <= 0) continue;
 #pragma omp single
-            open_batch(run, &batch, first);
+            open_batch(run, space, &batch, first);
             first = batch.last;
             process_batch<value_t, kind, sym>(run, &space, &batch);
         }

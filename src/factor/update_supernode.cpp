@@ -282,9 +282,10 @@ void apply_group(factor_run<value_t> *run, thread_space<value_t> *space, target_
     const bool renumber = !alone && leader != 0 && q != target->rows; /* offsets in the group's rows instead of the target's */
     for (int64_t i = 0; renumber && i < q; ++i) space->relative[list[i] - 1] = i;
 
-    /* Of paged blocks only one is held at a time: who holds one must not wait for another. There a copy may save a pass. */
+    /* Of blocks that have to be paged in only one is held at a time: who holds one must not wait for another. There a copy may save a
+       pass. */
     constexpr update_costs cost = costs_of<value_t>();
-    const bool paged = run->in->store->pager != nullptr;
+    const bool paged = run->in->store->pager != nullptr && !space->held;
     const double whole_pass = cost.scattered * update_entries<kind>(q, k), copy = cost.copied * static_cast<double>(q);
     const bool copies_save = paged && place.scattered && !alone;
     update_pass<value_t> pass;
@@ -353,8 +354,10 @@ void apply_update(factor_run<value_t> *run, thread_space<value_t> *space, target
 {
     if (space->pending_count == run->most_pending) flush_updates<value_t, kind, sym>(run, space, target); /* in strict order at once */
     if (apply_tiny<value_t, kind, sym>(run, space, target, source, remaining)) return;
-    expect_blocks(*run->in->store, factor_side::lower, 1, &source);
-    if constexpr (kind == factor_kind::lu) expect_blocks(*run->in->store, factor_side::upper, 1, &source);
+    if (!space->held) {
+        expect_blocks(*run->in->store, factor_side::lower, 1, &source);
+        if constexpr (kind == factor_kind::lu) expect_blocks(*run->in->store, factor_side::upper, 1, &source);
+    }
     space->pending[space->pending_count++] = {source, remaining, 0, -1, -1};
 }
 

@@ -157,6 +157,18 @@ void release(void *context, factor_side kind, int64_t supernode, block_use use)
     omp_unset_lock(&tree->lock);
 }
 
+bool hold(void *context, factor_side kind, int64_t supernode)
+{
+    auto *tree = static_cast<ooc_tree *>(context);
+    ooc_side *side = &tree->side[static_cast<int>(kind)];
+    ooc_page *page = &side->pages[side->page_of[supernode - 1]];
+    omp_set_lock(&tree->lock);
+    const bool held = tree->fault == 0 && page->state == page_state::resident;
+    if (held) ++page->pins;
+    omp_unset_lock(&tree->lock);
+    return held;
+}
+
 bool admits(void *context, factor_side kind, int64_t supernode)
 {
     auto *tree = static_cast<ooc_tree *>(context);
@@ -214,7 +226,7 @@ void mark(void *context)
 
 void ooc_bind_pager(ooc_tree *tree)
 {
-    tree->pager = {tree, acquire, release, expect, follow, mark, admits, 0};
+    tree->pager = {tree, acquire, release, expect, follow, mark, admits, 0, hold};
 }
 
 void ooc_record_fault(ooc_tree *tree, int32_t message, int32_t error)

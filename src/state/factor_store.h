@@ -23,6 +23,8 @@ struct block_pager {
     /* Whether a block may be held for create beside those that are, while no other is held. The first one always may. */
     bool (*admits)(void *context, factor_side side, int64_t supernode);
     int64_t window_bytes = 0; /* that blocks may take in core, of all sides */
+    /* Acquire a block to read it if it is in core, without waiting; false: nothing is held. With release as after an acquire. */
+    bool (*hold)(void *context, factor_side side, int64_t supernode) = nullptr;
 };
 
 template <typename value_t>
