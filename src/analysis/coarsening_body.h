@@ -57,14 +57,17 @@ graph_t *coarsen_in_order(ctrl_t *ctrl, graph_t *graph)
     return coarse;
 }
 
-/* At most levels times, until the graph has no more than size vertices. In order as long as that does, then as the partitioner does. */
-graph_t *coarsen_graph(ctrl_t *ctrl, graph_t *graph, idx_t levels, idx_t size)
+/* At most levels times, until the graph has no more than size vertices. In order as long as that does, then as the partitioner does.
+   in_order: whether the first level could be made in order. */
+graph_t *coarsen_graph(ctrl_t *ctrl, graph_t *graph, idx_t levels, idx_t size, bool *in_order)
 {
     ctrl->CoarsenTo = size;
     ctrl->maxvwgt[0] = static_cast<idx_t>(1.5 * static_cast<double>(graph->tvwgt[0]) / static_cast<double>(size));
+    *in_order = false;
     for (; levels > 0 && graph->nvtxs > size && graph->nedges >= graph->nvtxs / 2; --levels) {
         graph_t *coarse = coarsen_in_order(ctrl, graph);
         if (coarse == nullptr) return CoarsenGraphNlevels(ctrl, graph, levels);
+        *in_order = true;
         graph = coarse;
     }
     return graph;

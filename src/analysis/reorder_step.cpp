@@ -3,6 +3,7 @@
 
 #include "analysis/ordering.h"
 #include "analysis/symbolic.h"
+#include "service/claim_memory.h"
 #include "service/message_numbers.h"
 #include "service/service.h"
 
@@ -37,6 +38,8 @@ void build_adjacency(control_block *control, const int64_t *ia, const int64_t *j
         control->adjacency_size = arrays->xadj[n] - 1;
         return;
     }
+    const int64_t entries = (triangle ? 2 : 1) * (ia[n] - 1 - n); /* all but the diagonal, where it is there */
+    service_claim_memory(arrays->adj, entries * static_cast<int64_t>(sizeof(int64_t)), control->nproc);
     /* structurally symmetric types whose pattern is not: the graph has to be symmetric all the same */
     if (is_unsymmetric(control->matrix_type) || (!triangle && !pattern_is_symmetric(n, ia, ja, arrays->scratch_a))) {
         const int64_t *row_order = control->matching > 0 ? arrays->matching_order : nullptr;

@@ -44,6 +44,18 @@ int64_t first_above_domains(int64_t supernodes, int64_t domains, const int64_t *
 
 /* ---- tree and counts ---- */
 
+/* For walks over the columns in the new order, at column j: the lists of the given columns stand anywhere in memory, so those of the
+   columns to come are asked for early. */
+inline void fetch_ahead(int64_t neqns, int64_t j, const int64_t *perm, const int64_t *xadj, const int64_t *adj)
+{
+    constexpr int64_t far = 16, near = 8, line = 8;
+    if (j + far > neqns) return;
+    __builtin_prefetch(xadj + (perm[j + far - 1] - 1));
+    const int64_t *list = adj + (xadj[perm[j + near - 1] - 1] - 1);
+    __builtin_prefetch(list);
+    __builtin_prefetch(list + line);
+}
+
 /* Columns that need no look at their neighbours, as with several unknowns at one node: twin[j-1] is 1 where columns j-1 and j are
    neighbours and have the same ones apart from each other, else 0. perm null: columns as given. Lists in different orders are not
    recognised. */
@@ -101,13 +113,23 @@ struct row_structure_input {
     int64_t neqns, supernodes, nproc, domains;
     const int64_t *domain_table; /* independent, as analysis_prelude leaves it */
     const int64_t *xadj, *adj, *perm, *invp, *xsuper, *snode, *xlindx;
-    const int64_t *twin; /* [n] of mark_twins, or null */
+    const int64_t *twin;            /* [n] of mark_twins, or null */
+    int64_t first_separator_column; /* first column above the domains */
 };
-/* Row lists of all supernodes (Ng and Peyton 1993): lindx out, ascending, at the places that xlindx gives; sparent[S] out. The domains run
-   in parallel.
+struct row_structure_output {
+    int64_t *lindx;          /* row lists of all supernodes, ascending, at the places that xlindx gives */
+    int64_t *sparent;        /* [S] */
+    int64_t *update_count;   /* [S] targets of each supernode */
+    int64_t *separator_tail; /* [S] rows of each that stand above the domains */
+    int64_t updates;         /* sum of update_count */
+    int64_t bound;           /* entries of the largest block sent to one target, where the triangle above the target's diagonal counts as
+                                nothing, or of the largest part of a panel below its diagonal block */
+};
+/* Row lists of all supernodes (Ng and Peyton 1993) and what is counted along them. The domains run in parallel.
+   out   the arrays are the caller's, their contents and the two numbers are written
    work[2 S + 2 n min(nproc, domains)], at least 2 S + 2 n
    Returns 0, or -2 when a list does not have the length that xlindx says. */
-int64_t row_structure(const row_structure_input *input, int64_t *lindx, int64_t *sparent, int64_t *work);
+int64_t row_structure(const row_structure_input *input, row_structure_output *out, int64_t *work);
 
 /* How many of the ascending rows row..end-1 lie in the supernode of the first one, whose columns end before behind. Mostly it is met to
    its end. */

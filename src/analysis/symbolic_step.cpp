@@ -1,5 +1,3 @@
-#include <algorithm>
-
 #include <omp.h>
 
 #include "analysis/symbolic.h"
@@ -17,32 +15,6 @@ static void fill_leaf_queue(int64_t supernodes, const int64_t *sparent, int64_t 
         const int64_t up = sparent[(queue[head] < 0 ? -queue[head] : queue[head]) - 1];
         if (up != 0 && --children[up - 1] == 0) queue[end++] = up;
     }
-}
-
-/* Targets of each supernode, and how many of its rows stand in the separators. updates: their sum. Returns the largest block that a
-   supernode sends to one ancestor, in entries, where the triangle above the diagonal of a target counts as nothing; also the largest panel.
- */
-static int64_t scan_tails(int64_t supernodes, int threads, int64_t first_separator_column, const symbolic_arrays *a, int64_t *updates)
-{
-    int64_t bound = 0, total = 0;
-#pragma omp parallel for schedule(dynamic, 256) num_threads(threads) reduction(max : bound) reduction(+ : total) if (threads > 1)
-    for (int64_t s = 1; s <= supernodes; ++s) {
-        const int64_t columns = a->xsuper[s] - a->xsuper[s - 1];
-        const int64_t *list = a->lindx + (a->xlindx[s - 1] - 1), *end = a->lindx + (a->xlindx[s] - 1), *row = list + columns;
-        int64_t targets = 0;
-        if (columns * (end - row) > bound) bound = columns * (end - row);
-        for (; row < end; ++targets) {
-            const int64_t run = rows_in_target(row, end, a->xsuper[a->snode[*row - 1]]), left = end - row;
-            const int64_t sent = left * run - run * (run - 1) / 2;
-            if (sent > bound) bound = sent;
-            row += run;
-        }
-        a->update_count[s - 1] = targets;
-        total += targets;
-        a->separator_tail[s - 1] = end - std::lower_bound(list, end, first_separator_column);
-    }
-    *updates = total;
-    return bound;
 }
 
 /* The counts that other rooms size their arrays by. */
@@ -76,9 +48,12 @@ int64_t symbolic_step(control_block *control, phase_times *times, symbolic_array
     a->xlindx[0] = 1;
     for (int64_t s = 1; s <= supernodes; ++s) a->xlindx[s] = a->xlindx[s - 1] + a->colcnt[a->xsuper[s - 1] - 1];
 
+    const int64_t above = a->xsuper[first_above_domains(supernodes, control->domains, a->domain_table) - 1];
     const row_structure_input rows = {neqns,   supernodes, control->nproc, control->domains, a->domain_table, a->xadj, a->adj,
-                                      a->perm, a->invp,    a->xsuper,      a->snode,         a->xlindx,       a->work};
-    if (row_structure(&rows, a->lindx, a->sparent, a->lists) != 0) return control->internal_code = -180;
+                                      a->perm, a->invp,    a->xsuper,      a->snode,         a->xlindx,       a->work, above};
+    row_structure_output lists = {a->lindx, a->sparent, a->update_count, a->separator_tail, 0, 0};
+    if (row_structure(&rows, &lists, a->lists) != 0) return control->internal_code = -180;
+    control->task_count = lists.updates;
 
     for (int64_t s = 1; s <= supernodes; ++s) {
         const int64_t last = a->xsuper[s] - 1, columns = a->xsuper[s] - a->xsuper[s - 1];
@@ -88,9 +63,7 @@ int64_t symbolic_step(control_block *control, phase_times *times, symbolic_array
         a->sentinel_b[s - 1] = work_sentinel;
     }
     fill_leaf_queue(supernodes, a->sparent, a->work_order, a->lists);
-    const int64_t above = first_above_domains(supernodes, control->domains, a->domain_table);
-    publish_sizes(control, a,
-                  scan_tails(supernodes, symbolic_threads(neqns, control->nproc), a->xsuper[above - 1], a, &control->task_count));
+    publish_sizes(control, a, lists.bound);
     control->internal_code = 0;
     times->time_symbfct += omp_get_wtime() - start;
     return 0;

@@ -33,6 +33,9 @@ int64_t platform_process_id();                    /* no other living process has
 void platform_trim_memory(); /* give the system what the allocator holds free, where that can be asked for; some milliseconds */
 /* Ask for large pages behind memory that is not touched yet; a wish, which nothing depends on. */
 void platform_prefer_large_pages(void *memory, uint64_t bytes);
+/* Get all pages of memory that is about to be written as a whole in one request, which takes less time than one fault for each; what is
+   refused comes at the first touch. Contents stay. */
+void platform_claim_pages(void *memory, uint64_t bytes);
 
 /* ---- translated texts ---- */
 /* Locale number of the calling thread (1033 English of the United States, 1031 German, ...); 1033 when it is not known. */

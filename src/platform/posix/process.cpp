@@ -49,3 +49,16 @@ void platform_prefer_large_pages(void *memory, uint64_t bytes)
     (void)bytes;
 #endif
 }
+
+void platform_claim_pages(void *memory, uint64_t bytes)
+{
+#if defined(MADV_POPULATE_WRITE)
+    constexpr uint64_t page = 4096;
+    const uint64_t before = (page - reinterpret_cast<uintptr_t>(memory) % page) % page;
+    if (bytes < before + page) return;
+    (void)madvise(static_cast<char *>(memory) + before, (bytes - before) / page * page, MADV_POPULATE_WRITE);
+#else
+    (void)memory;
+    (void)bytes;
+#endif
+}
