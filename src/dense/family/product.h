@@ -46,9 +46,9 @@ constexpr int64_t strip_reals = tile_rows<real_t> *depth_block;
 template <typename real_t>
 constexpr int64_t tile_reals = tile_columns *depth_block;
 
-/* Column tiles that every strip meets in turn: 48 * 8 KB stay in a second level cache of 512 KB, with rows of the left operand that come
-   next. */
-constexpr int64_t work_tiles = 48;
+/* Column tiles that every strip meets in turn: 256 columns of depth_block, so that the 512 of a wide target go in two parts. They fill a
+   second level cache of 512 KB. */
+constexpr int64_t work_tiles = 64;
 
 /* Strips whose rows are asked for together, so that lines are taken whole. */
 constexpr int64_t block_strips = 4;
@@ -70,15 +70,7 @@ void pack_rows(const factor_view<value_t> &f, int64_t i, int64_t count, int64_t 
     constexpr int64_t width = parts<value_t>;
     const int64_t reals = count * width;
     const value_t *source = f.x + i * f.i_step + l * f.l_step;
-    if (f.i_step == 1 && reals == tile_columns && capacity == reals) {
-        constexpr int64_t line = 64 / static_cast<int64_t>(sizeof(real_t));
-        for (int64_t d = 0; d < depth; ++d) {
-            const real_t *x = as_real(source + d * f.l_step);
-            __builtin_memcpy(out, x, tile_columns * sizeof(real_t));
-            __builtin_prefetch(x + line); /* of the tiles after */
-            out += capacity;
-        }
-    } else if (f.i_step == 1) {
+    if (f.i_step == 1) {
         for (int64_t d = 0; d < depth; ++d) {
             const real_t *x = as_real(source + d * f.l_step);
             for (int64_t r = 0; r < reals; ++r) out[r] = x[r];
@@ -273,17 +265,38 @@ DENSE_INLINE void run_direct(const tile_target<value_t> &t, const side_tiles<rea
     }
 }
 
+/* Full column tiles side by side, their values contiguous in memory: each depth is visited once for all of them. */
+template <typename value_t, int64_t count>
+void pack_tiles(const value_t *x, int64_t l_step, int64_t depth, int64_t tile_step, real_of<value_t> *out)
+{
+    using real_t = real_of<value_t>;
+    for (int64_t d = 0; d < depth; ++d, x += l_step, out += tile_columns) {
+        const real_t *from = as_real(x), *later = as_real(x + depths_ahead * l_step);
+        __builtin_prefetch(later);
+        if constexpr (count > 1) __builtin_prefetch(later + count * tile_columns - 1);
+        DENSE_UNROLL
+        for (int64_t g = 0; g < count; ++g) __builtin_memcpy(out + g * tile_step, from + g * tile_columns, tile_columns * sizeof(real_t));
+    }
+}
+
 /* Column tiles of the right operand. */
 template <typename value_t>
 void pack_columns(const product_pair<value_t> *pair, int64_t j, int64_t columns, int64_t l, int64_t depth, real_of<value_t> *out)
 {
+    using real_t = real_of<value_t>;
     constexpr int64_t column_tile = tile_columns / parts<value_t>;
+    constexpr int64_t group = 128 / static_cast<int64_t>(tile_columns * sizeof(real_t)); /* tiles that fill two lines */
+    const int64_t step = tile_columns * depth;
     each_part(pair, l, depth, [&](const product_pair<value_t> &p, int64_t first, int64_t part, int64_t before) {
-        real_of<value_t> *to = out + before * tile_columns;
-        for (int64_t c = 0; c < columns; c += column_tile) {
+        real_t *to = out + before * tile_columns;
+        const value_t *from = p.b.x + first * p.b.l_step;
+        int64_t c = 0;
+        for (; p.b.i_step == 1 && c + group * column_tile <= columns; c += group * column_tile, to += group * step)
+            pack_tiles<value_t, group>(from + j + c, p.b.l_step, part, step, to);
+        for (; p.b.i_step == 1 && c + column_tile <= columns; c += column_tile, to += step)
+            pack_tiles<value_t, 1>(from + j + c, p.b.l_step, part, step, to);
+        for (; c < columns; c += column_tile, to += step)
             pack_rows(p.b, j + c, columns - c < column_tile ? columns - c : column_tile, first, part, tile_columns, to);
-            to += tile_columns * depth;
-        }
     });
 }
 
@@ -292,6 +305,13 @@ void pack_columns(const product_pair<value_t> *pair, int64_t j, int64_t columns,
 constexpr int64_t direct_depth = 16;
 /* Up to so many columns, in-place strips are not read often enough for packing to pay. */
 constexpr int64_t direct_columns = 8;
+
+/* A part of `count` that leaves equal parts, none above `room`; a multiple of `unit`, as room is. */
+DENSE_INLINE int64_t even_part(int64_t count, int64_t room, int64_t unit)
+{
+    const int64_t pieces = (count + room - 1) / room;
+    return (count + pieces * unit - 1) / (pieces * unit) * unit;
+}
 
 template <typename value_t>
 void product_blocks(const tile_target<value_t> &target, int64_t m, int64_t n, int64_t pair_count, const product_pair<value_t> *pair,
@@ -311,7 +331,7 @@ void product_blocks(const tile_target<value_t> &target, int64_t m, int64_t n, in
             side_tiles<real_t> b = {as_real(pair->b.x + j + l * pair->b.l_step), pair->b.l_step * width, 0};
             if (!direct_b) {
                 const int64_t room = buffer.b_tiles * depth_block / depth * column_tile;
-                if (columns > room) columns = room;
+                if (columns > room) columns = even_part(columns, room, column_tile);
                 pack_columns(pair, j, columns, l, depth, buffer.b);
                 b = {buffer.b, tile_columns, tile_columns * depth};
             }
