@@ -71,7 +71,7 @@ struct thread_space {
     void *work;   /* of the dense kernels; may be null */
     int64_t done; /* entries finished and not yet added to the shared count */
     int64_t perturbed, positive, negative;
-    bool held;                            /* of paged blocks: sources and targets are in core and stay there */
+    bool batched;                         /* factors in files: the targets of a batch are held by all threads */
     int64_t chainless_from, chainless_to; /* supernodes in this range begin no chain that is worth a front */
     int64_t pending_count;
     pending_update pending[pending_limit];

@@ -45,7 +45,6 @@ struct batch_state {
     int64_t pass, cursor; /* of the search for sources */
     source_group group[2];
     source_group *current, *following;
-    bool held;        /* the current sources */
     int64_t factored; /* members; under member_lock */
 };
 
@@ -94,32 +93,6 @@ void update_target(factor_run<value_t> *run, thread_space<value_t> *space, targe
     if (row < target->first + target->columns) apply_update<value_t, kind, sym>(run, space, target, source, remaining);
 }
 
-/* Whether a supernode has a block of U. */
-template <typename value_t>
-bool has_upper(const factor_run<value_t> *run, int64_t number)
-{
-    return run->two_sides && supernode_rows(*run->s, number) > supernode_columns(*run->s, number);
-}
-
-/* Hold the blocks of a finished supernode without waiting; false: nothing is held. */
-template <typename value_t>
-bool hold_source(const factor_run<value_t> *run, int64_t source)
-{
-    const factor_store<value_t> &store = *run->in->store;
-    const block_pager *pager = store.pager;
-    if (!pager->hold(pager->context, factor_side::lower, source)) return false;
-    if (!has_upper(run, source) || pager->hold(pager->context, factor_side::upper, source)) return true;
-    release_block(store, factor_side::lower, source, block_use::read);
-    return false;
-}
-
-template <typename value_t>
-void let_go(const factor_run<value_t> *run, int64_t source)
-{
-    release_block(*run->in->store, factor_side::lower, source, block_use::read);
-    if (has_upper(run, source)) release_block(*run->in->store, factor_side::upper, source, block_use::read);
-}
-
 /* Divide the members of a batch into units. */
 template <typename value_t>
 void make_units(const factor_run<value_t> *run, const thread_space<value_t> &space, batch_state<value_t> *batch)
@@ -159,7 +132,6 @@ void open_batch(factor_run<value_t> *run, const thread_space<value_t> &space, ba
         batch->last = i;
     }
     make_units(run, space, batch);
-    batch->held = false;
     batch->factored = 0;
     batch->pass = 0;
     batch->cursor = 1;
@@ -185,16 +157,18 @@ void find_sources(const factor_run<value_t> *run, batch_state<value_t> *batch, s
     }
 }
 
-/* Let the sources go and go on to the next ones. */
+/* Go on to the next sources, and pass each on to what it updates behind the batch. */
 template <typename value_t>
 void advance_sources(const factor_run<value_t> *run, batch_state<value_t> *batch)
 {
     const block_pager *pager = run->in->store->pager;
-    for (int64_t i = 0; batch->held && i < batch->current->count; ++i) let_go(run, batch->current->number[i]);
-    batch->held = false;
     pager->mark(pager->context);
     batch->current = batch->following;
     batch->following = batch->current == &batch->group[0] ? &batch->group[1] : &batch->group[0];
+    for (int64_t i = 0; i < batch->current->count; ++i) {
+        const int64_t source = batch->current->number[i];
+        batch->waits[source - 1] = next_target(*batch->s, source, batch->s->xsuper[batch->last]);
+    }
     find_sources(run, batch, batch->following);
 }
 
@@ -206,72 +180,49 @@ void expect_sources(const factor_run<value_t> *run, const source_group &group)
     if (run->two_sides) expect_blocks(store, factor_side::upper, group.count, group.number);
 }
 
-/* Bring a source in, and pass it on to what it updates behind the batch. */
-template <typename value_t>
-void take_source(factor_run<value_t> *run, batch_state<value_t> *batch, int64_t source)
+/* All of the current sources, in order, to one unit. */
+template <typename value_t, factor_kind kind, mirror sym>
+void apply_group(factor_run<value_t> *run, thread_space<value_t> *space, const source_group &group, target_block<value_t> *target)
 {
-    const factor_store<value_t> &store = *run->in->store;
-    batch->waits[source - 1] = next_target(*batch->s, source, batch->s->xsuper[batch->last]);
-    for (const factor_side side : {factor_side::lower, factor_side::upper}) {
-        if (failed(run) || (side == factor_side::upper && !run->two_sides)) return;
-        if (acquire_block(store, *batch->s, side, source, block_use::read) == nullptr)
-            fail(run, -1);
-        else
-            release_block(store, side, source, block_use::read);
-    }
+    target->mapped = false; /* the thread's map has served another unit */
+    for (int64_t i = 0; i < group.count && !failed(run); ++i) update_target<value_t, kind, sym>(run, space, target, group.number[i]);
+    if (!failed(run)) flush_updates<value_t, kind, sym>(run, space, target);
 }
 
-/* Hold all sources of the group, so that several can be applied in one pass, or none of them: windows may be too small. */
-template <typename value_t>
-void hold_sources(const factor_run<value_t> *run, batch_state<value_t> *batch)
-{
-    const source_group &group = *batch->current;
-    int64_t count = 0;
-    while (count < group.count && hold_source(run, group.number[count])) ++count;
-    batch->held = count == group.count;
-    while (!batch->held && count > 0) let_go(run, group.number[--count]);
-}
-
-/* All sources, a group that fits the windows at a time, to all units. */
+/* All sources, a group that fits the windows at a time, to all units. The next group is read meanwhile: one thread asks for it first, and
+   whoever finds no unit left sees to it that it arrives. */
 template <typename value_t, factor_kind kind, mirror sym>
 void apply_sources(factor_run<value_t> *run, thread_space<value_t> *space, batch_state<value_t> *batch)
 {
-#pragma omp single
-    {
-        advance_sources(run, batch); /* only looks for the first group */
-        expect_sources(run, *batch->following);
-    }
+    const block_pager *pager = run->in->store->pager;
     for (;;) {
 #pragma omp single
-        advance_sources(run, batch);
-        const source_group &group = *batch->current;
+        {
+            advance_sources(run, batch);
+            expect_sources(run, *batch->current); /* those that there was no place for before */
+        }
+        const source_group &group = *batch->current, &following = *batch->following;
         if (group.count == 0) return;
 #pragma omp for schedule(dynamic, 1)
-        for (int64_t i = 0; i < group.count; ++i) take_source(run, batch, group.number[i]);
-#pragma omp single
-        hold_sources(run, batch);
-        space->held = batch->held;
-#pragma omp for schedule(dynamic, 1)
-        for (int64_t u = -1; u < batch->units; ++u) {
-            if (u < 0) { /* one thread asks for the next group while the others compute */
-                expect_sources(run, *batch->following);
-                continue;
+        for (int64_t k = -1; k < batch->units + following.count; ++k) {
+            if (k < 0) {
+                expect_sources(run, following);
+            } else if (k < batch->units) {
+                apply_group<value_t, kind, sym>(run, space, group, &batch->unit[k].target);
+            } else {
+                const int64_t source = following.number[k - batch->units];
+                pager->settle(pager->context, factor_side::lower, source);
+                if (run->two_sides) pager->settle(pager->context, factor_side::upper, source);
             }
-            target_block<value_t> *target = &batch->unit[u].target;
-            target->mapped = false; /* the thread's map has served another unit */
-            for (int64_t i = 0; i < group.count && !failed(run); ++i)
-                update_target<value_t, kind, sym>(run, space, target, group.number[i]);
-            if (!failed(run)) flush_updates<value_t, kind, sym>(run, space, target);
         }
     }
 }
 
-/* A member that is done may be written; it is held for the members behind it. */
+/* A member that is done may be written; it is still read for the members behind it. */
 template <typename value_t>
 void finish_member(factor_run<value_t> *run, thread_space<value_t> *space, batch_state<value_t> *batch, const target_block<value_t> &member)
 {
     batch->waits[member.number - 1] = next_target(*batch->s, member.number, batch->s->xsuper[batch->last]);
-    if (!failed(run) && !hold_source(run, member.number)) fail(run, -1);
     close_target(run, &member, block_use::create);
     if (!failed(run)) report_block(run, space, member.rows * member.columns, false);
 #pragma omp critical(member_lock)
@@ -320,7 +271,6 @@ void factor_members(factor_run<value_t> *run, thread_space<value_t> *space, batc
 {
     idle_wait wait;
     int64_t from = 0, to = 0;
-    space->held = true;
     for (bool finished = false;;) {
         const int64_t u = take_unit(batch, &from, &to, &finished);
         if (finished) break;
@@ -350,12 +300,15 @@ void factor_members(factor_run<value_t> *run, thread_space<value_t> *space, batc
 template <typename value_t, factor_kind kind, mirror sym>
 void process_batch(factor_run<value_t> *run, thread_space<value_t> *space, batch_state<value_t> *batch)
 {
+#pragma omp single
+    {
+        find_sources(run, batch, batch->following);
+        expect_sources(run, *batch->following);
+    }
 #pragma omp for schedule(dynamic, 1)
     for (int64_t i = 0; i < batch->count; ++i) assemble_supernode(run, &batch->member[i]);
     apply_sources<value_t, kind, sym>(run, space, batch);
     factor_members<value_t, kind, sym>(run, space, batch);
-#pragma omp single
-    for (int64_t i = 0; i < batch->count && !failed(run); ++i) let_go(run, batch->member[i].number);
 }
 
 /* One subtree, with the private lists of its supernodes; what is left of their rows stays in head. */
@@ -410,7 +363,7 @@ void paged_region(factor_run<value_t> *run, void *work)
         /* one thread gives the same bits every run: what is applied together must not depend on where groups and batches end */
 #pragma omp single
         run->most_pending = team > 1 ? run->most_pending : 1;
-        space.held = true; /* what is updated in a batch */
+        space.batched = true;
         for (int64_t first = 1; first <= supernodes; ++first) {
             if (batch.status[first - 1] <= 0) continue;
 #pragma omp single

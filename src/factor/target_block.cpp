@@ -43,7 +43,7 @@ int64_t span_count_from(const factor_run<value_t> *run, const thread_space<value
     const supernodal_structure &s = *run->s;
     constexpr int64_t widest_source = 192; /* as the analysis makes them; its scaled rows must fit */
     const int64_t room = space.buffer_entries / widest_source;
-    if ((run->in->store->pager != nullptr && !space.held) || run->most_pending == 1) return 1;
+    if ((run->in->store->pager != nullptr && !space.batched) || run->most_pending == 1) return 1;
     int64_t most = run->in->single_thread == 1 ? span_columns : parallel_span_columns;
     if (room < most) most = room;
     int64_t columns = supernode_columns(s, number), count = 1;

@@ -143,25 +143,26 @@ struct source_rows {
     int64_t ld, ldu, width;
 };
 
+/* wait: bring the blocks in, which whoever holds others must not ask for; otherwise false when they are not there. */
 template <typename value_t, factor_kind kind>
-bool open_source(factor_run<value_t> *run, int64_t source, int64_t q, source_rows<value_t, kind> *rows)
+bool open_source(factor_run<value_t> *run, int64_t source, int64_t q, bool wait, source_rows<value_t, kind> *rows)
 {
     const supernodal_structure &s = *run->s;
     const factor_store<value_t> &store = *run->in->store;
+    const auto open = [&](factor_side side) -> const value_t * {
+        if (wait || store.pager == nullptr) return acquire_block(store, s, side, source, block_use::read);
+        return hold_block(store, side, source);
+    };
     rows->width = supernode_columns(s, source);
     rows->ld = supernode_rows(s, source);
     rows->ldu = rows->ld - rows->width;
-    rows->block = acquire_block(store, s, factor_side::lower, source, block_use::read);
-    if (rows->block == nullptr) {
-        fail(run, -1);
-        return false;
-    }
+    rows->block = open(factor_side::lower);
+    if (rows->block == nullptr) return false;
     rows->w = rows->block + (rows->ld - q);
     if constexpr (kind == factor_kind::lu) {
-        const value_t *u = acquire_block(store, s, factor_side::upper, source, block_use::read);
+        const value_t *u = open(factor_side::upper);
         if (u == nullptr) {
             release_block(store, factor_side::lower, source, block_use::read);
-            fail(run, -1);
             return false;
         }
         rows->u = u + (rows->ldu - q);
@@ -214,10 +215,8 @@ void run_pass(factor_run<value_t> *run, thread_space<value_t> *space, const targ
 /* A source with all rows of the place. */
 template <typename value_t, factor_kind kind, mirror sym>
 void add_in_place(factor_run<value_t> *run, thread_space<value_t> *space, const update_place &place, int64_t source,
-                  update_pass<value_t> *pass)
+                  const source_rows<value_t, kind> &rows, update_pass<value_t> *pass)
 {
-    source_rows<value_t, kind> rows;
-    if (!open_source<value_t, kind>(run, source, place.rows, &rows)) return;
     pass->source[pass->opened++] = source;
     update_segment<value_t> *lower = &pass->lower[pass->segments];
     *lower = {rows.w, rows.ld, rows.w, rows.ld, rows.width};
@@ -241,13 +240,11 @@ void add_in_place(factor_run<value_t> *run, thread_space<value_t> *space, const 
    copies that follow one another are one segment. */
 template <typename value_t, factor_kind kind, mirror sym>
 void add_copied(factor_run<value_t> *run, thread_space<value_t> *space, const update_place &place, const pending_update &one,
-                update_pass<value_t> *pass)
+                const source_rows<value_t, kind> &rows, update_pass<value_t> *pass)
 {
     const supernodal_structure &s = *run->s;
     const int64_t q = place.rows, k = place.columns, ld = packed_entries<kind>(q, k);
     const int64_t *list = supernode_row_list(s, one.source) + (supernode_rows(s, one.source) - one.rows);
-    source_rows<value_t, kind> rows;
-    if (!open_source<value_t, kind>(run, one.source, one.rows, &rows)) return;
     value_t *w = space->buffer + pass->used, *other = kind == factor_kind::cholesky ? w : w + q;
     spread_rows(list, one.rows, space->relative, rows.w, rows.ld, rows.width, q, w, ld);
     if constexpr (kind == factor_kind::ldlt) {
@@ -282,12 +279,12 @@ void apply_group(factor_run<value_t> *run, thread_space<value_t> *space, target_
     const bool renumber = !alone && leader != 0 && q != target->rows; /* offsets in the group's rows instead of the target's */
     for (int64_t i = 0; renumber && i < q; ++i) space->relative[list[i] - 1] = i;
 
-    /* Of blocks that have to be paged in only one is held at a time: who holds one must not wait for another. There a copy may save a
+    /* One thread holds only one paged block at a time, whether others are in core or not: the same bits every run. There a copy may save a
        pass. */
     constexpr update_costs cost = costs_of<value_t>();
-    const bool paged = run->in->store->pager != nullptr && !space->held;
+    const bool single = run->in->store->pager != nullptr && run->in->nproc == 1;
     const double whole_pass = cost.scattered * update_entries<kind>(q, k), copy = cost.copied * static_cast<double>(q);
-    const bool copies_save = paged && place.scattered && !alone;
+    const bool copies_save = single && place.scattered && !alone;
     update_pass<value_t> pass;
     pass.segments = pass.used = pass.opened = 0;
     for (int64_t m = group.first; m >= 0 && !failed(run); m = pending[m].next) {
@@ -297,13 +294,22 @@ void apply_group(factor_run<value_t> *run, thread_space<value_t> *space, target_
         const bool in_place = pending[m].rows == q && !saves;
         const int64_t needed = in_place ? scaled : copied;
         if (needed > space->buffer_entries) fail(run, -2);
-        if (pass.segments == segment_limit || pass.used + needed > space->buffer_entries || (paged && pass.opened > 0))
+        if (pass.segments == segment_limit || pass.used + needed > space->buffer_entries || (single && pass.opened > 0))
             run_pass<value_t, kind, sym>(run, space, *target, place, &pass);
-        if (failed(run)) break;
+        source_rows<value_t, kind> rows;
+        bool open = !failed(run) && open_source<value_t, kind>(run, source, pending[m].rows, pass.opened == 0, &rows);
+        if (!open && pass.opened > 0) {
+            run_pass<value_t, kind, sym>(run, space, *target, place, &pass);
+            open = !failed(run) && open_source<value_t, kind>(run, source, pending[m].rows, true, &rows);
+        }
+        if (!open) {
+            fail(run, -1);
+            break;
+        }
         if (in_place)
-            add_in_place<value_t, kind, sym>(run, space, place, source, &pass);
+            add_in_place<value_t, kind, sym>(run, space, place, source, rows, &pass);
         else
-            add_copied<value_t, kind, sym>(run, space, place, pending[m], &pass);
+            add_copied<value_t, kind, sym>(run, space, place, pending[m], rows, &pass);
     }
     run_pass<value_t, kind, sym>(run, space, *target, place, &pass);
     for (int64_t i = 0; renumber && i < q; ++i) space->relative[list[i] - 1] = place.scattered ? space->row_position[i] : place.offset + i;
@@ -354,7 +360,7 @@ void apply_update(factor_run<value_t> *run, thread_space<value_t> *space, target
 {
     if (space->pending_count == run->most_pending) flush_updates<value_t, kind, sym>(run, space, target); /* in strict order at once */
     if (apply_tiny<value_t, kind, sym>(run, space, target, source, remaining)) return;
-    if (!space->held) {
+    if (!space->batched) {
         expect_blocks(*run->in->store, factor_side::lower, 1, &source);
         if constexpr (kind == factor_kind::lu) expect_blocks(*run->in->store, factor_side::upper, 1, &source);
     }

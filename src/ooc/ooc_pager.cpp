@@ -117,6 +117,16 @@ bool approach(ooc_tree *tree, ooc_side *side, ooc_page *page, bool target)
     return false;
 }
 
+/* The address of a block of a resident page, which is used and stays until it is released. */
+void *pin(ooc_tree *tree, factor_side kind, ooc_page *page, int64_t supernode)
+{
+    ++page->pins;
+    page->stamp = ++tree->clock;
+    page->expected = false;
+    const int64_t within = ooc_block_offset(&tree->structure, kind, supernode, tree->element_bytes) - page->core_offset;
+    return tree->side[static_cast<int>(kind)].base + page->place + within;
+}
+
 void *acquire(void *context, factor_side kind, int64_t supernode, block_use use)
 {
     auto *tree = static_cast<ooc_tree *>(context);
@@ -127,14 +137,37 @@ void *acquire(void *context, factor_side kind, int64_t supernode, block_use use)
     omp_set_lock(&tree->lock);
     while (tree->fault == 0 && !approach(tree, side, page, target)) {}
     if (tree->fault == 0) {
-        ++page->pins;
+        block = pin(tree, kind, page, supernode);
         if (target) ooc_pin_target(side, page);
-        page->stamp = ++tree->clock;
-        page->expected = false;
-        block = side->base + page->place + (ooc_block_offset(&tree->structure, kind, supernode, tree->element_bytes) - page->core_offset);
     }
     omp_unset_lock(&tree->lock);
     return block;
+}
+
+void end_reading(ooc_tree *tree, const ooc_page *page)
+{
+    while (tree->fault == 0 && page->state == page_state::moving && page->transfer != 0) ooc_end_transfer(tree, page);
+}
+
+void *hold(void *context, factor_side kind, int64_t supernode)
+{
+    auto *tree = static_cast<ooc_tree *>(context);
+    ooc_side *side = &tree->side[static_cast<int>(kind)];
+    ooc_page *page = &side->pages[side->page_of[supernode - 1]];
+    omp_set_lock(&tree->lock);
+    end_reading(tree, page);
+    void *block = tree->fault == 0 && page->state == page_state::resident ? pin(tree, kind, page, supernode) : nullptr;
+    omp_unset_lock(&tree->lock);
+    return block;
+}
+
+void settle(void *context, factor_side kind, int64_t supernode)
+{
+    auto *tree = static_cast<ooc_tree *>(context);
+    const ooc_side *side = &tree->side[static_cast<int>(kind)];
+    omp_set_lock(&tree->lock);
+    end_reading(tree, &side->pages[side->page_of[supernode - 1]]);
+    omp_unset_lock(&tree->lock);
 }
 
 void finish_target(ooc_tree *tree, ooc_side *side, ooc_page *page, block_use use)
@@ -155,18 +188,6 @@ void release(void *context, factor_side kind, int64_t supernode, block_use use)
     if (use != block_use::read) finish_target(tree, side, page, use);
     --page->pins;
     omp_unset_lock(&tree->lock);
-}
-
-bool hold(void *context, factor_side kind, int64_t supernode)
-{
-    auto *tree = static_cast<ooc_tree *>(context);
-    ooc_side *side = &tree->side[static_cast<int>(kind)];
-    ooc_page *page = &side->pages[side->page_of[supernode - 1]];
-    omp_set_lock(&tree->lock);
-    const bool held = tree->fault == 0 && page->state == page_state::resident;
-    if (held) ++page->pins;
-    omp_unset_lock(&tree->lock);
-    return held;
 }
 
 bool admits(void *context, factor_side kind, int64_t supernode)
@@ -226,7 +247,7 @@ void mark(void *context)
 
 void ooc_bind_pager(ooc_tree *tree)
 {
-    tree->pager = {tree, acquire, release, expect, follow, mark, admits, 0, hold};
+    tree->pager = {tree, acquire, release, expect, follow, mark, admits, 0, hold, settle};
 }
 
 void ooc_record_fault(ooc_tree *tree, int32_t message, int32_t error)

@@ -23,8 +23,9 @@ struct block_pager {
     /* Whether a block may be held for create beside those that are, while no other is held. The first one always may. */
     bool (*admits)(void *context, factor_side side, int64_t supernode);
     int64_t window_bytes = 0; /* that blocks may take in core, of all sides */
-    /* Acquire a block to read it if it is in core, without waiting; false: nothing is held. With release as after an acquire. */
-    bool (*hold)(void *context, factor_side side, int64_t supernode) = nullptr;
+    /* Acquire a block to read it if it is in core or on its way, so that the caller may hold others; null: it is neither. */
+    void *(*hold)(void *context, factor_side side, int64_t supernode) = nullptr;
+    void (*settle)(void *context, factor_side side, int64_t supernode) = nullptr; /* wait for a block that is on its way */
 };
 
 template <typename value_t>
@@ -43,6 +44,14 @@ inline value_t *acquire_block(const factor_store<value_t> &store, const supernod
     if (store.pager != nullptr) return static_cast<value_t *>(store.pager->acquire(store.pager->context, side, number, use));
     const int64_t first = s.xsuper[number - 1];
     return side == factor_side::lower ? store.lnz + (s.xlnz[first - 1] - 1) : store.unz + (s.xunz[first - 1] - 1);
+}
+
+/* With a pager, a block to read that is in core or on its way, else null. */
+template <typename value_t>
+inline const value_t *hold_block(const factor_store<value_t> &store, factor_side side, int64_t number)
+{
+    if (store.pager->hold == nullptr) return nullptr;
+    return static_cast<value_t *>(store.pager->hold(store.pager->context, side, number));
 }
 
 /* Hint that the blocks will be asked for soon, in this order. */
