@@ -69,7 +69,7 @@ int64_t column_counts(int64_t neqns, const int64_t *xadj, const int64_t *adj, co
         int64_t added = 0;
         for (int64_t p = xadj[given - 1]; p < xadj[given] && !no_leaf; ++p) {
             const int64_t i = invp[adj[p - 1] - 1];
-            if (i <= j || begin <= row[i - 1].reach) continue;
+            if (static_cast<int>(i <= j) | static_cast<int>(begin <= row[i - 1].reach)) continue;
             const int64_t leaf = row[i - 1].last_leaf;
             row[i - 1] = {begin, j};
             const int64_t weight = weight_of(i);

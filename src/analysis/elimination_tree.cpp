@@ -11,15 +11,16 @@ static bool extend_tree(int64_t neqns, int64_t first, int64_t last, int64_t lowe
     for (int64_t j = first; j <= last; ++j) {
         fetch_ahead(neqns, j, perm, xadj, adj);
         parent[j - 1] = 0;
-        ancestor[j - 1] = 0;
         if (twin != nullptr && j > first && twin[j - 1] != 0) { /* all that column j reaches ends at column j - 1 by now */
             parent[j - 2] = ancestor[j - 2] = j;
+            ancestor[j - 1] = 0;
             continue;
         }
         const int64_t given = perm[j - 1];
+        ancestor[j - 1] = j; /* so that a climb from j, which stands for all neighbours behind it, ends at once */
         for (int64_t p = xadj[given - 1]; p < xadj[given]; ++p) {
             int64_t i = invp[adj[p - 1] - 1];
-            if (i >= j) continue;
+            i = i < j ? i : j;
             if (i < lowest) return false;
             for (;;) {
                 const int64_t a = ancestor[i - 1];
@@ -32,6 +33,7 @@ static bool extend_tree(int64_t neqns, int64_t first, int64_t last, int64_t lowe
                 i = a;
             }
         }
+        ancestor[j - 1] = 0;
     }
     return true;
 }

@@ -59,19 +59,19 @@ static bool adds_nothing(const row_structure_input &in, int64_t s, int64_t j)
     return j > in.xsuper[s - 1] && in.twin != nullptr && in.twin[j - 1] != 0;
 }
 
-/* The rows of the matrix columns of s that lie behind it, in any order and with repetitions, at most room. Returns how many there are. */
+/* The rows of the matrix columns of s that lie behind it, in any order and with repetitions, in extra[0 .. room]. Returns how many there
+   are, or a number above room when they are more than that. */
 static int64_t matrix_rows(const row_structure_input &in, int64_t s, int64_t room, int64_t *extra)
 {
     const int64_t last = in.xsuper[s] - 1;
     int64_t count = 0;
-    for (int64_t j = in.xsuper[s - 1]; j <= last; ++j) {
+    for (int64_t j = in.xsuper[s - 1]; j <= last && count <= room; ++j) {
         if (adds_nothing(in, s, j)) continue;
         const int64_t given = in.perm[j - 1];
-        for (int64_t p = in.xadj[given - 1]; p < in.xadj[given]; ++p) {
+        for (int64_t p = in.xadj[given - 1]; p < in.xadj[given]; ++p) { /* without a branch that nobody can predict */
             const int64_t row = in.invp[in.adj[p - 1] - 1];
-            if (row <= last) continue;
-            if (count < room) extra[count] = row;
-            ++count;
+            extra[count < room ? count : room] = row;
+            count += row > last ? 1 : 0;
         }
     }
     return count;

@@ -1,6 +1,7 @@
 /* The lists that tell the parallel factorization who updates whom; their layout stands at work_lists in state/structure.h. All of it is
    linear in the number of updates, but for the heap of work_order.cpp. */
 #include "analysis/symbolic.h"
+#include "service/claim_memory.h"
 
 int64_t first_top_supernode(const supernodal_structure *s)
 {
@@ -62,12 +63,15 @@ void work_list_sizes(control_block *control, const supernodal_structure *s)
     control->task_bound = s->supernodes - lowest + 1;
 }
 
-/* Target lists, and room for each target's descendants in the ready list. */
+/* Target lists. */
 static void build_single_level(const supernodal_structure &s, int threads, work_list_arrays *a)
 {
     a->list_start[0] = 1;
     for (int64_t number = 1; number <= s.supernodes; ++number)
         a->list_start[number] = a->list_start[number - 1] + a->update_count[number - 1];
+    const int64_t bytes = (a->list_start[s.supernodes] - 1) * static_cast<int64_t>(sizeof(int64_t));
+    service_claim_memory(a->list_source, bytes, threads);
+    service_claim_memory(a->list_rows, bytes, threads);
 #pragma omp parallel for schedule(dynamic, 256) num_threads(threads) if (threads > 1)
     for (int64_t number = 1; number <= s.supernodes; ++number) {
         target_walk walk = open_target_walk(s, number, 1);
@@ -76,6 +80,11 @@ static void build_single_level(const supernodal_structure &s, int threads, work_
             a->list_rows[p] = walk.left;
         }
     }
+}
+
+/* Room for each target's descendants in the ready list. */
+static void size_ready_list(const supernodal_structure &s, work_list_arrays *a)
+{
     for (int64_t number = 0; number <= s.supernodes; ++number) a->ready_start[number] = 0;
     for (int64_t p = 0; p < a->list_start[s.supernodes] - 1; ++p) ++a->ready_start[a->list_source[p]];
     a->ready_start[0] = 1;
@@ -139,6 +148,14 @@ void build_work_lists(const control_block *control, const supernodal_structure *
         build_two_level(*s, arrays);
         return;
     }
-    build_single_level(*s, symbolic_threads(s->neqns, control->nproc), arrays);
-    fill_work_order(s, control->nproc, arrays);
+    const int threads = symbolic_threads(s->neqns, control->nproc);
+    build_single_level(*s, threads, arrays);
+    /* both only read the target lists */
+#pragma omp parallel sections num_threads(2) if (threads > 1)
+    {
+#pragma omp section
+        size_ready_list(*s, arrays);
+#pragma omp section
+        fill_work_order(s, control->nproc, arrays);
+    }
 }
