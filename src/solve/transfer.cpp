@@ -45,10 +45,12 @@ template <direction way, int64_t vectors, typename value_t>
 static inline void transfer_entries(const transfer_rule &rule, const transfer_block<value_t> &block, int64_t n, int64_t stride,
                                     value_t *inside, value_t *outside)
 {
+    value_t *vector[vectors];
+    for (int64_t k = 0; k < vectors; ++k) vector[k] = outside + k * n;
     const auto move = [&](const auto &changed) {
         for (int64_t i = 0; i < block.count; ++i)
             for (int64_t k = 0; k < vectors; ++k) {
-                value_t &in = inside[i * stride + k], &out = outside[k * n + block.index[i]];
+                value_t &in = inside[i * stride + k], &out = vector[k][block.index[i]];
                 if constexpr (way == direction::gather)
                     in = changed(out, i);
                 else

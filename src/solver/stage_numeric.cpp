@@ -168,8 +168,8 @@ void factor_values(numeric_run<value_t> *run)
     close_store(run, ooc_purpose::factorize);
     record_factorization(call, result);
     control->internal_code = result.error == code_memory || result.failed_row == 0 ? result.error : result.failed_row;
-    control->times.time_numfct = service_seconds() - start;
     control->times.time_stamp = service_seconds();
+    control->times.time_numfct = control->times.time_stamp - start;
     control->times.time_a_to_lu = 0.0; /* the factorization places the values itself */
     call->flags.a_to_lu = call->flags.numfct = 1;
     call->factored = true;

@@ -36,12 +36,12 @@ DENSE_INLINE real_t *row_of(const row_view<real_t> &view, int64_t i)
     return view.base + (listed ? view.list[i] : i) * view.stride;
 }
 
-/* Sums of one tile. */
+/* Complex values: sums of one tile, see above. */
 template <typename value_t, int entries, int vectors>
 struct interleaved_tile {
     using real_t = real_of<value_t>;
     vec<real_t> e[entries][vectors];
-    vec<real_t> o[entries][is_complex<value_t> ? vectors : 1];
+    vec<real_t> o[entries][vectors];
 };
 
 template <typename value_t, int entries, int vectors>
@@ -51,10 +51,7 @@ DENSE_INLINE void clear_tile(interleaved_tile<value_t, entries, vectors> *tile)
     DENSE_UNROLL
     for (int i = 0; i < entries; ++i) {
         DENSE_UNROLL
-        for (int v = 0; v < vectors; ++v) {
-            tile->e[i][v] = zero;
-            if constexpr (is_complex<value_t>) tile->o[i][v] = zero;
-        }
+        for (int v = 0; v < vectors; ++v) tile->e[i][v] = tile->o[i][v] = zero;
     }
 }
 
@@ -69,13 +66,11 @@ DENSE_INLINE void add_to_tile(const real_of<value_t> *entry, int64_t step, const
     for (int v = 0; v < vectors; ++v) row[v] = load(x + v * lanes<real_t>);
     DENSE_UNROLL
     for (int i = 0; i < entries; ++i) {
-        const vec<real_t> re = broadcast(entry[i * step]);
+        const vec<real_t> re = broadcast(entry[i * step]), im = broadcast(entry[i * step + 1]);
         DENSE_UNROLL
-        for (int v = 0; v < vectors; ++v) tile->e[i][v] = madd(row[v], re, tile->e[i][v]);
-        if constexpr (is_complex<value_t>) {
-            const vec<real_t> im = broadcast(entry[i * step + 1]);
-            DENSE_UNROLL
-            for (int v = 0; v < vectors; ++v) tile->o[i][v] = madd(row[v], im, tile->o[i][v]);
+        for (int v = 0; v < vectors; ++v) {
+            tile->e[i][v] = madd(row[v], re, tile->e[i][v]);
+            tile->o[i][v] = madd(row[v], im, tile->o[i][v]);
         }
     }
 }
@@ -88,11 +83,43 @@ DENSE_INLINE void subtract_tile_row(const interleaved_tile<value_t, entries, vec
     using real_t = real_of<value_t>;
     DENSE_UNROLL
     for (int v = 0; v < vectors; ++v) {
-        vec<real_t> sum = tile.e[i][v];
-        if constexpr (is_complex<value_t>) sum = madd(swap_pairs(tile.o[i][v]), sign, sum);
+        const vec<real_t> sum = madd(swap_pairs(tile.o[i][v]), sign, tile.e[i][v]);
         store(y + v * lanes<real_t>, load(y + v * lanes<real_t>) - sum);
     }
-    (void)sign;
+}
+
+/* Real values: the tile is the rows themselves, entry i of it that at row[i]. One register of x at a time, so that with the entries all fit
+   in sixteen registers. */
+template <typename real_t, int entries, int vectors>
+DENSE_INLINE void load_tile(real_t *const *row, vec<real_t> (&tile)[entries][vectors])
+{
+    DENSE_UNROLL
+    for (int i = 0; i < entries; ++i) {
+        DENSE_UNROLL
+        for (int v = 0; v < vectors; ++v) tile[i][v] = load(row[i] + v * lanes<real_t>);
+    }
+}
+template <typename real_t, int entries, int vectors>
+DENSE_INLINE void store_tile(const vec<real_t> (&tile)[entries][vectors], real_t *const *row)
+{
+    DENSE_UNROLL
+    for (int i = 0; i < entries; ++i) {
+        DENSE_UNROLL
+        for (int v = 0; v < vectors; ++v) store(row[i] + v * lanes<real_t>, tile[i][v]);
+    }
+}
+template <typename real_t, int entries, int vectors>
+DENSE_INLINE void subtract_from_tile(const real_t *entry, int64_t step, const real_t *x, vec<real_t> (&tile)[entries][vectors])
+{
+    vec<real_t> factor[entries];
+    DENSE_UNROLL
+    for (int i = 0; i < entries; ++i) factor[i] = broadcast(entry[i * step]);
+    DENSE_UNROLL
+    for (int v = 0; v < vectors; ++v) {
+        const vec<real_t> row = load(x + v * lanes<real_t>);
+        DENSE_UNROLL
+        for (int i = 0; i < entries; ++i) tile[i][v] = nmadd(row, factor[i], tile[i][v]);
+    }
 }
 
 /* Operands of an update: a panel (entry (i, j) at panel[(i + j * ld) * parts]), and the registers a row of the vectors takes. */
@@ -110,13 +137,22 @@ DENSE_INLINE void rows_tile(const interleaved_panel<value_t> &p, int64_t i, int6
                             const row_view<real_of<value_t>> &y, int64_t at)
 {
     constexpr int64_t width = parts<value_t>;
-    interleaved_tile<value_t, entries, vectors> tile;
-    clear_tile(&tile);
     const real_of<value_t> *entry = p.panel + i * width;
     x += at;
-    for (int64_t j = 0; j < depth; ++j, entry += p.ld * width, x += p.stride) add_to_tile(entry, width, x, &tile);
-    DENSE_UNROLL
-    for (int r = 0; r < entries; ++r) subtract_tile_row(tile, r, p.sign, row_of<listed>(y, i + r) + at);
+    if constexpr (is_complex<value_t>) {
+        interleaved_tile<value_t, entries, vectors> tile;
+        clear_tile(&tile);
+        for (int64_t j = 0; j < depth; ++j, entry += p.ld * width, x += p.stride) add_to_tile(entry, width, x, &tile);
+        DENSE_UNROLL
+        for (int r = 0; r < entries; ++r) subtract_tile_row(tile, r, p.sign, row_of<listed>(y, i + r) + at);
+    } else {
+        vec<value_t> tile[entries][vectors];
+        value_t *row[entries];
+        for (int r = 0; r < entries; ++r) row[r] = row_of<listed>(y, i + r) + at;
+        load_tile(row, tile);
+        for (int64_t j = 0; j < depth; ++j, entry += p.ld, x += p.stride) subtract_from_tile(entry, 1, x, tile);
+        store_tile(tile, row);
+    }
 }
 
 /* rows j .. j + entries - 1 of x -= (panel columns)' * y over rows first .. last - 1. */
@@ -125,12 +161,22 @@ DENSE_INLINE void columns_tile(const interleaved_panel<value_t> &p, int64_t j, i
                                const row_view<real_of<value_t>> &y, real_of<value_t> *x, int64_t at)
 {
     constexpr int64_t width = parts<value_t>;
-    interleaved_tile<value_t, entries, vectors> tile;
-    clear_tile(&tile);
     const real_of<value_t> *entry = p.panel + (first + j * p.ld) * width;
-    for (int64_t i = first; i < last; ++i, entry += width) add_to_tile(entry, p.ld * width, row_of<listed>(y, i) + at, &tile);
-    DENSE_UNROLL
-    for (int r = 0; r < entries; ++r) subtract_tile_row(tile, r, p.sign, x + (j + r) * p.stride + at);
+    x += j * p.stride + at;
+    if constexpr (is_complex<value_t>) {
+        interleaved_tile<value_t, entries, vectors> tile;
+        clear_tile(&tile);
+        for (int64_t i = first; i < last; ++i, entry += width) add_to_tile(entry, p.ld * width, row_of<listed>(y, i) + at, &tile);
+        DENSE_UNROLL
+        for (int r = 0; r < entries; ++r) subtract_tile_row(tile, r, p.sign, x + r * p.stride);
+    } else {
+        vec<value_t> tile[entries][vectors];
+        value_t *row[entries];
+        for (int r = 0; r < entries; ++r) row[r] = x + r * p.stride;
+        load_tile(row, tile);
+        for (int64_t i = first; i < last; ++i, ++entry) subtract_from_tile(entry, p.ld, row_of<listed>(y, i) + at, tile);
+        store_tile(tile, row);
+    }
 }
 
 template <int count>
@@ -334,9 +380,9 @@ DENSE_INLINE void column_forward(const interleaved_block<real_t> &b, real_t fact
     }
     for (int64_t i = 0; i < b.below; ++i) {
         real_t *const y = b.vectors + b.row[i] * b.stride + at;
-        const vec<real_t> entry = broadcast(-b.panel[i]);
+        const vec<real_t> entry = broadcast(b.panel[i]);
         DENSE_UNROLL
-        for (int v = 0; v < vectors; ++v) store(y + v * lanes<real_t>, madd(own[v], entry, load(y + v * lanes<real_t>)));
+        for (int v = 0; v < vectors; ++v) store(y + v * lanes<real_t>, nmadd(own[v], entry, load(y + v * lanes<real_t>)));
     }
 }
 
@@ -349,9 +395,9 @@ DENSE_INLINE void column_backward(const interleaved_block<real_t> &b, real_t fac
     for (int v = 0; v < vectors; ++v) own[v] = load(b.own + at + v * lanes<real_t>);
     for (int64_t i = b.below - 1; i >= 0; --i) {
         const real_t *const y = b.vectors + b.row[i] * b.stride + at;
-        const vec<real_t> entry = broadcast(-b.panel[i]);
+        const vec<real_t> entry = broadcast(b.panel[i]);
         DENSE_UNROLL
-        for (int v = 0; v < vectors; ++v) own[v] = madd(load(y + v * lanes<real_t>), entry, own[v]);
+        for (int v = 0; v < vectors; ++v) own[v] = nmadd(load(y + v * lanes<real_t>), entry, own[v]);
     }
     DENSE_UNROLL
     for (int v = 0; v < vectors; ++v) store(b.own + at + v * lanes<real_t>, own[v] * broadcast(factor));

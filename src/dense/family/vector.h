@@ -134,7 +134,7 @@ DENSE_INLINE vector_s swap_pairs(vector_s x)
 }
 #endif
 
-/* c + a * b: one rounding in the families that have it, two in the others; the scalar form agrees with the vector form. */
+/* c + a * b and c - a * b: one rounding in the families that have it, two in the others; the scalar form agrees with the vector form. */
 #if defined(__FMA__)
 DENSE_INLINE vector_d madd(vector_d a, vector_d b, vector_d c)
 {
@@ -143,6 +143,14 @@ DENSE_INLINE vector_d madd(vector_d a, vector_d b, vector_d c)
 DENSE_INLINE vector_s madd(vector_s a, vector_s b, vector_s c)
 {
     return _mm256_fmadd_ps(a, b, c);
+}
+DENSE_INLINE vector_d nmadd(vector_d a, vector_d b, vector_d c)
+{
+    return _mm256_fnmadd_pd(a, b, c);
+}
+DENSE_INLINE vector_s nmadd(vector_s a, vector_s b, vector_s c)
+{
+    return _mm256_fnmadd_ps(a, b, c);
 }
 DENSE_INLINE double madd(double a, double b, double c)
 {
@@ -160,6 +168,14 @@ DENSE_INLINE vector_d madd(vector_d a, vector_d b, vector_d c)
 DENSE_INLINE vector_s madd(vector_s a, vector_s b, vector_s c)
 {
     return c + a * b;
+}
+DENSE_INLINE vector_d nmadd(vector_d a, vector_d b, vector_d c)
+{
+    return c - a * b;
+}
+DENSE_INLINE vector_s nmadd(vector_s a, vector_s b, vector_s c)
+{
+    return c - a * b;
 }
 DENSE_INLINE double madd(double a, double b, double c)
 {
