@@ -57,20 +57,7 @@ TEST(memory_plan, counting_foretells_what_allocating_takes)
     EXPECT_EQ(p.state->factor_current_perm->count, 1);
 }
 
-TEST(memory_plan, files_need_their_windows_only)
-{
-    planned_state p;
-    p.state->core_mode = core_out;
-    p.state->nnz_l = int64_t{1} << 60;
-    p.state->ooc_buffer_u = 8;
-    p.state->ooc_buffer_v = 6;
-    memory_plan(memory_factors, 0, p.state);
-    EXPECT_EQ(p.state->memory_error_stage, 0);
-    EXPECT_EQ(p.state->factor_current_l->count, 9);
-    EXPECT_EQ(p.state->factor_current_u->count, 7);
-}
-
-TEST(memory_plan, sizes_past_the_address_space_fail_as_an_allocation_does)
+TEST(memory_plan, factors_too_large_fail_as_an_allocation_does_but_fit_in_windows_of_files)
 {
     planned_state p;
     p.state->nnz_l = INT64_MAX / 8;
@@ -81,6 +68,15 @@ TEST(memory_plan, sizes_past_the_address_space_fail_as_an_allocation_does)
     p.state->nb = INT64_MAX / 4;
     memory_plan(memory_refinement_work, 0, p.state);
     EXPECT_EQ(p.state->memory_error_stage, 10);
+
+    p.state->element_words = 1;
+    p.state->core_mode = core_out;
+    p.state->ooc_buffer_u = 8;
+    p.state->ooc_buffer_v = 6;
+    memory_plan(memory_factors, 0, p.state);
+    EXPECT_EQ(p.state->memory_error_stage, 0);
+    EXPECT_EQ(p.state->factor_current_l->count, 9);
+    EXPECT_EQ(p.state->factor_current_u->count, 7);
 }
 
 TEST(memory_plan, unknown_array_numbers_are_told)

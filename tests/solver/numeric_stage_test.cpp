@@ -66,9 +66,10 @@ TEST(numeric_stage, failed_iteration_makes_the_next_solve_factor)
 
 TEST(numeric_stage, matched_and_scaled_types_with_threads_and_schemes)
 {
-    for (const int64_t type : {-2, -4, 6, 11, 13}) {
-        for (const int64_t scheme : {0, 1, 2, 3}) {
+    for (const int64_t type : {-2, -4, 6, 11, 13})
+        for (const int64_t scheme : {0, 1, 2, 3})
             for (const int64_t matching : {0, 1, 2}) {
+                SCOPED_TRACE(std::to_string(type) + " " + std::to_string(scheme) + " " + std::to_string(matching));
                 session s;
                 load_grid(&s, type, 20, 2);
                 iparam_defaults(s.iparam, type);
@@ -78,15 +79,11 @@ TEST(numeric_stage, matched_and_scaled_types_with_threads_and_schemes)
                 s.parameter(iparam_scheme) = scheme == 1 ? 1 : 0;
                 s.parameter(iparam_reproducible_units) = scheme == 2 ? 4 : 0;
                 for (size_t p = 0; p < s.values.size(); p += 3) s.values[p] *= 1e3; /* something to scale */
-                for (const int64_t ido : {13, 22, 33}) {
-                    s.load();
-                    ASSERT_EQ(s.call(ido), 0) << type << " " << scheme << " " << matching;
-                }
+                s.load();
+                for (const int64_t ido : {13, 22, 33}) ASSERT_EQ(s.call(ido), 0);
                 /* without matching the pivots are taken inside their blocks as they come */
-                EXPECT_LT(backward_error(&s, s.unpack(s.x)), matching > 0 ? 1e-12 : 1e-10) << type << " " << scheme << " " << matching;
+                EXPECT_LT(backward_error(&s, s.unpack(s.x)), matching > 0 ? 1e-12 : 1e-10);
             }
-        }
-    }
 }
 
 /* So many rows that they come in and go out in pieces: fails when an ancestor comes in late or twice, or a row leaves before it is final.
