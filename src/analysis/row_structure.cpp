@@ -23,22 +23,41 @@ static const int64_t *rows_behind(const row_structure_input &in, const int64_t *
     return row;
 }
 
-/* Merge the ascending base[kept] and extra[added], which share no row, into tail. Returns how many supernodes extra meets that base does
-   not. */
-static int64_t merge_rows(const int64_t *snode, const int64_t *base, int64_t kept, const int64_t *extra, int64_t added, int64_t *tail)
+/* The first of the ascending base .. end that is not below row; without branches, since nobody can predict them. */
+static const int64_t *first_from(const int64_t *base, const int64_t *end, int64_t row)
+{
+    for (int64_t left = end - base; left > 0;) {
+        const int64_t half = (left + 1) / 2;
+        const bool below = base[half - 1] < row;
+        base += below ? half : 0;
+        left = below ? left - half : half - 1;
+    }
+    return base;
+}
+
+/* What a merge put beside the base: rows, and supernodes that the base does not meet. */
+struct merge_result {
+    int64_t rows, targets;
+};
+
+/* Merge the ascending base[kept] and what is new in the ascending extra[found], no more than wanted rows of it, into tail. */
+static merge_result merge_rows(const int64_t *snode, const int64_t *base, int64_t kept, const int64_t *extra, int64_t found, int64_t wanted,
+                               int64_t *tail)
 {
     const int64_t *end = base + kept, *start = tail;
-    int64_t targets = 0;
-    for (int64_t k = 0; k < added; ++k) {
-        const int64_t *next = std::lower_bound(base, end, extra[k]);
-        const int64_t target = snode[extra[k] - 1];
+    merge_result added = {0, 0};
+    for (int64_t k = 0; k < found && added.rows < wanted; ++k) {
+        const int64_t row = extra[k], *next = first_from(base, end, row);
+        if ((next < end && *next == row) || (k > 0 && extra[k - 1] == row)) continue;
+        const int64_t target = snode[row - 1];
         tail = std::copy(base, next, tail);
-        if ((tail == start || snode[tail[-1] - 1] != target) && (next == end || snode[*next - 1] != target)) ++targets;
-        *tail++ = extra[k];
+        if ((tail == start || snode[tail[-1] - 1] != target) && (next == end || snode[*next - 1] != target)) ++added.targets;
+        *tail++ = row;
+        ++added.rows;
         base = next;
     }
     std::copy(base, end, tail);
-    return targets;
+    return added;
 }
 
 /* Take the rows that are not marked yet into extra, never more than room. Returns how many. */
@@ -77,10 +96,10 @@ static int64_t matrix_rows(const row_structure_input &in, int64_t s, int64_t roo
     return count;
 }
 
-/* What the other children and the matrix columns of s add to the base. Few rows are sorted and looked up in the base; for many the base is
-   marked. At most wanted rows are taken; extra comes out ascending. Returns how many. */
-static int64_t rows_to_add(const row_structure_input &in, const list_builder &b, int64_t s, int64_t base_child, const int64_t *base,
-                           int64_t kept, int64_t wanted)
+/* What the other children and the matrix columns of s have behind it, ascending, in extra. Few rows are taken as they are, some of them
+   twice or in the base as well; for many the base is marked, and what comes out is new and no more than wanted. Returns how many. */
+static int64_t rows_to_merge(const row_structure_input &in, const list_builder &b, int64_t s, int64_t base_child, const int64_t *base,
+                             int64_t kept, int64_t wanted)
 {
     const int64_t last = in.xsuper[s] - 1, few = kept / 16;
     int64_t *extra = b.extra, found = matrix_rows(in, s, few, extra), added = 0, count;
@@ -92,10 +111,7 @@ static int64_t rows_to_add(const row_structure_input &in, const list_builder &b,
     }
     if (found <= few) {
         std::sort(extra, extra + found);
-        for (int64_t k = 0; k < found && added < wanted; ++k) {
-            if ((added == 0 || extra[k] != extra[added - 1]) && !std::binary_search(base, base + kept, extra[k])) extra[added++] = extra[k];
-        }
-        return added;
+        return found;
     }
     for (int64_t k = 0; k < kept; ++k) b.marker[base[k] - 1] = s;
     for (int64_t child = b.first_child[s - 1]; child != 0 && added < wanted; child = b.sibling[child - 1]) {
@@ -151,14 +167,13 @@ static bool fill_tail(const row_structure_input &in, list_builder *b, int64_t s,
         if (kept >= wanted) break;
     }
     if (kept > wanted) return false;
-    int64_t added = 0;
-    if (kept < wanted) added = rows_to_add(in, *b, s, longest, base, kept, wanted - kept);
-    if (kept + added != wanted) return false;
-    b->out.update_count[s - 1] =
-        merge_rows(in.snode, base, kept, b->extra, added, tail) + (kept > 0 ? b->out.update_count[longest - 1] - 1 : 0);
+    const int64_t found = kept < wanted ? rows_to_merge(in, *b, s, longest, base, kept, wanted - kept) : 0;
+    const merge_result added = merge_rows(in.snode, base, kept, b->extra, found, wanted - kept, tail);
+    if (kept + added.rows != wanted) return false;
+    b->out.update_count[s - 1] = added.targets + (kept > 0 ? b->out.update_count[longest - 1] - 1 : 0);
     b->out.updates += b->out.update_count[s - 1];
     /* without a new row it sends no more to anyone than the child did */
-    if (added > 0 && may_pass_bound(*b, wanted)) b->out.bound = std::max(b->out.bound, largest_sent(in, tail, tail + wanted));
+    if (added.rows > 0 && may_pass_bound(*b, wanted)) b->out.bound = std::max(b->out.bound, largest_sent(in, tail, tail + wanted));
     return true;
 }
 
