@@ -158,6 +158,8 @@ void fill_full_buckets(const position_map_input &in, const map_side &lower, cons
         if (pass == 1) {
             map->length_l = starts_from_counts(n, lower.start, in.scratch_a);
             map->length_u = starts_from_counts(n, upper.start, in.scratch_b);
+            service_claim_memory(lower.dest, map->length_l * static_cast<int64_t>(sizeof(int64_t)), in.nproc);
+            service_claim_memory(upper.dest, map->length_u * static_cast<int64_t>(sizeof(int64_t)), in.nproc);
         }
     }
 }
