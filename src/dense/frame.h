@@ -52,3 +52,12 @@ constexpr char frame_letter(char letter)
 {
     return static_cast<char>(letter & ~0x20);
 }
+
+template <typename value_t>
+inline value_t conjugate_of(value_t x)
+{
+    if constexpr (sizeof(value_t) != sizeof(real_of<value_t>))
+        return std::conj(x);
+    else
+        return x;
+}

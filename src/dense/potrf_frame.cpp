@@ -35,15 +35,6 @@ static potrf_tile *make_tiles(int64_t blocks)
     return tile;
 }
 
-template <typename value_t>
-static value_t conjugate_of(value_t x)
-{
-    if constexpr (sizeof(value_t) != sizeof(real_of<value_t>))
-        return std::conj(x);
-    else
-        return x;
-}
-
 /* Factor the square of `count` columns at j; an upper one goes through its mirrored copy. */
 template <typename value_t>
 static void factor_square(potrf_call<value_t> *x, int64_t j, int64_t count)

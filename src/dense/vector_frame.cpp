@@ -76,15 +76,6 @@ value_t wkl_blas_dot(int64_t n, const value_t *x, int64_t incx, const value_t *y
 }
 
 template <typename value_t>
-static value_t conjugate_of(value_t x)
-{
-    if constexpr (sizeof(value_t) != sizeof(real_of<value_t>))
-        return std::conj(x);
-    else
-        return x;
-}
-
-template <typename value_t>
 static value_t product_of(value_t x, value_t y)
 {
     if constexpr (sizeof(value_t) != sizeof(real_of<value_t>)) {

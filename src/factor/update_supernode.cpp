@@ -258,11 +258,11 @@ void add_copied(factor_run<value_t> *run, thread_space<value_t> *space, const up
     update_segment<value_t> *last = pass->segments == 0 ? nullptr : &pass->lower[pass->segments - 1];
     if (last != nullptr && last->ldw == ld && last->w + last->depth * ld == w) {
         last->depth += rows.width;
-        pass->upper[pass->segments - 1].depth = last->depth;
+        if constexpr (kind == factor_kind::lu) pass->upper[pass->segments - 1].depth = last->depth;
         return;
     }
     pass->lower[pass->segments] = {w, ld, other, ld, rows.width};
-    pass->upper[pass->segments] = {other + k, ld, w, ld, rows.width};
+    if constexpr (kind == factor_kind::lu) pass->upper[pass->segments] = {other + k, ld, w, ld, rows.width};
     ++pass->segments;
 }
 

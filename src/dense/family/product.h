@@ -265,6 +265,9 @@ DENSE_INLINE void run_direct(const tile_target<value_t> &t, const side_tiles<rea
     }
 }
 
+/* Depths that are asked for before they are read: each lies on a page of its own. */
+constexpr int64_t depths_ahead = 8;
+
 /* Full column tiles side by side, their values contiguous in memory: each depth is visited once for all of them. */
 template <typename value_t, int64_t count>
 void pack_tiles(const value_t *x, int64_t l_step, int64_t depth, int64_t tile_step, real_of<value_t> *out)

@@ -101,9 +101,6 @@ DENSE_INLINE void clear_sums(vec<real_t> (&sum)[nr][mv])
     }
 }
 
-/* Depths of a strided operand that are asked for before they are read. */
-constexpr int64_t depths_ahead = 8;
-
 /* sum += a * b'. keep: what is read of a is also stored in `kept`, its depths mv vectors apart. */
 template <typename real_t, int mv, int nr, bool masked, bool keep>
 DENSE_INLINE void add_products(const tile_operands<real_t> &x, int64_t tail, real_t *kept, vec<real_t> (&sum)[nr][mv])
@@ -111,11 +108,6 @@ DENSE_INLINE void add_products(const tile_operands<real_t> &x, int64_t tail, rea
     const real_t *a = x.a;
     const real_t *b = x.b;
     for (int64_t l = x.depth; l > 0; --l) {
-        if constexpr (keep) {
-            /* each depth lies on a page of its own */
-            __builtin_prefetch(a + depths_ahead * x.a_step);
-            __builtin_prefetch(a + depths_ahead * x.a_step + mv * lanes<real_t> - 1);
-        }
         vec<real_t> row[mv];
         DENSE_UNROLL
         for (int v = 0; v < mv; ++v) {
