@@ -9,10 +9,10 @@
    the end of the transfer.
 
    No thread can wait for ever for a place. A thread holds one target a side, or one thread holds as many as are admitted while all others
-   hold nothing; sources are held only for the length of one update; the lower side is asked for before the upper one. Targets are only
-   pinned where, beside all pinned targets, the windows keep room for one more target of each thread that has none and for one source,
-   each as large as the largest block. So once the sources of other threads are given back there is a place, and whoever holds a source
-   on both sides waits for nothing. */
+   hold nothing; sources are held only for the length of one update, and while a thread holds one on both sides it takes further ones only
+   if they are in core or on their way; the lower side is asked for before the upper one. Targets are only pinned where, beside all pinned
+   targets, the windows keep room for one more target of each thread that has none and for one source, each as large as the largest block.
+   So once the sources of other threads are given back there is a place. */
 #pragma once
 
 #include <omp.h>

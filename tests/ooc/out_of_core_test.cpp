@@ -125,7 +125,7 @@ TEST(out_of_core, every_type_solves_through_the_least_windows)
 TEST(out_of_core, pages_move_when_the_factors_do_not_fit_and_repeated_work_gives_the_same_bits)
 {
     session s;
-    prepare(&s, -2, 200, 2, 2, 0);
+    prepare(&s, -2, 200, 2, 1, 0); /* only one thread promises the bits */
     const ooc_folder folder("2000");
     analyse_for_least_windows(&s);
     ASSERT_EQ(s.call(23), 0);
@@ -311,7 +311,7 @@ TEST(out_of_core_faults, transfers_in_the_background_refused_undone_or_lost)
     std::vector<unsigned char> first;
     for (const trouble met : {trouble::none, trouble::refused, trouble::undone, trouble::cut}) {
         session s;
-        prepare(&s, -2, 200, 2, 2, 0);
+        prepare(&s, -2, 200, 2, 1, 0);
         const ooc_folder folder("2000");
         analyse_for_least_windows(&s);
         asked = 0;

@@ -1,6 +1,7 @@
 #include "platform/platform.h"
 
 #include <aio.h>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -14,6 +15,20 @@ static constexpr bool has_background = !__has_feature(thread_sanitizer);
 static constexpr bool has_background = true;
 #endif
 
+/* The system makes up to 20 helper threads, some of them with stacks as large as those of the process's own threads: address space that
+   nobody planned. Four serve all ways to a pair of files. Without effect where the process has used such transfers before. */
+static void limit_helpers()
+{
+#if defined(__GLIBC__)
+    static std::atomic<bool> limited{false};
+    if (limited.exchange(true)) return;
+    aioinit limits{};
+    limits.aio_threads = 4;
+    limits.aio_num = 64;
+    aio_init(&limits);
+#endif
+}
+
 static aiocb *request_of(platform_transfer *transfer)
 {
     return std::launder(reinterpret_cast<aiocb *>(transfer->request));
@@ -21,6 +36,7 @@ static aiocb *request_of(platform_transfer *transfer)
 
 bool platform_transfer_begin(platform_transfer *transfer, bool writes, platform_file file, int64_t offset, void *memory, int64_t length)
 {
+    limit_helpers();
     transfer->file = file;
     transfer->offset = offset;
     transfer->length = length;
