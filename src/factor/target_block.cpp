@@ -77,13 +77,15 @@ void bind_thread_space(const factor_run<value_t> *run, int64_t id, void *work, t
 {
     const factor_input<value_t> &in = *run->in;
     const int64_t n = run->s->neqns;
-    *space = {};
     space->id = id;
     space->relative = in.thread_rows + run->s->supernodes + (2 * id - 1) * n;
     space->row_position = space->relative + n;
     space->buffer = in.update_buffer + (id - 1) * in.buffer_entries;
     space->buffer_entries = in.buffer_entries;
     space->work = work == nullptr ? nullptr : static_cast<char *>(work) + (id - 1) * dense_work_size();
+    space->done = space->perturbed = space->positive = space->negative = 0;
+    space->chainless_from = space->chainless_to = 0;
+    space->pending_count = 0; /* the table behind it needs no zeros: 5 KB, a hundredth of the instructions for a hundred rows */
 }
 
 template <typename value_t>

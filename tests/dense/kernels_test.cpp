@@ -135,7 +135,7 @@ TYPED_TEST(dense_kernels, triangular_solves_invert_products)
     workspace work;
     for (const int32_t type : runnable_families()) {
         const kernel_table<value_t> *table = dense_family_table<value_t>(type);
-        for (const auto &[m, n] : {std::array<int64_t, 2>{1, 1}, {3, 14}, {14, 3}, {33, 40}, {70, 66}}) {
+        for (const auto &[m, n] : {std::array<int64_t, 2>{1, 1}, {3, 14}, {14, 3}, {33, 40}, {132, 20}, {20, 132}}) {
             for (int64_t which = 0; which < 24; ++which) {
                 const char side = which & 1 ? 'L' : 'r', uplo = which & 2 ? 'L' : 'u', diag = which & 4 ? 'U' : 'n',
                            trans = "NtC"[which / 8];

@@ -226,19 +226,13 @@ void make_supernodes(small_problem<value_t> *q, const problem_shape &shape, cons
     }
     for (size_t d = 0; d < q->domain_table.size(); d += 2) {
         int64_t &first = q->domain_table[d], &last = q->domain_table[d + 1];
-        if (last < first) {
-            first = 2;
-            last = 1;
-            continue;
+        if (last >= first) {
+            const int64_t column = last;
+            first = q->snode[z(first - 1)];
+            last = q->snode[z(column - 1)];
+            if (column < n && q->snode[z(column)] == last) --last;
         }
-        first = q->snode[z(first - 1)];
-        const int64_t column = last;
-        last = q->snode[z(column - 1)];
-        if (column < n && q->snode[z(column)] == last) --last;
-        if (last < first) {
-            first = 2;
-            last = 1;
-        }
+        if (last < first) first = 2, last = 1;
     }
 }
 
