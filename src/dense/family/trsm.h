@@ -13,7 +13,7 @@ namespace
 {
 
 /* Unknowns per packed triangle: 64 KB, on the stack. The panel of a supernode of 128 columns goes in one block; blocks of 64, which the
-   first level cache held, were 12 to 20 % slower. */
+   first level cache held, were 8 to 20 % slower. */
 template <typename value_t>
 constexpr int64_t triangle_block = 128 / parts<value_t>;
 
