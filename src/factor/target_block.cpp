@@ -84,6 +84,7 @@ void bind_thread_space(const factor_run<value_t> *run, int64_t id, void *work, t
     space->buffer_entries = in.buffer_entries;
     space->work = work == nullptr ? nullptr : static_cast<char *>(work) + (id - 1) * dense_work_size();
     space->done = space->perturbed = space->positive = space->negative = 0;
+    space->batched = false;
     space->chainless_from = space->chainless_to = 0;
     space->pending_count = 0; /* the table behind it needs no zeros: 5 KB, a hundredth of the instructions for a hundred rows */
 }
