@@ -63,7 +63,6 @@ int64_t column_counts(int64_t neqns, const int64_t *xadj, const int64_t *adj, co
     /* Column j is a leaf of the subtree of row i when no earlier neighbour of i lies below j, that is when its first descendant stands
        behind all of theirs. A leaf adds the path from j up to where it meets the path of the leaf before. */
     for (int64_t k = 1; k <= neqns; ++k) {
-        fetch_ahead(neqns, order[k - 1], perm, xadj, adj); /* a postorder follows the columns for the most part */
         const int64_t j = order[k - 1], up = parent[j - 1], begin = first[j - 1], given = perm[j - 1];
         const bool no_leaf = twin != nullptr && twin[j - 1] != 0; /* the column below meets the same rows */
         int64_t added = 0;

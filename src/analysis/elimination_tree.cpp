@@ -5,11 +5,10 @@
 
 /* Columns first..last in ascending order. Climbing stays at numbers from first on when all neighbours below do; a neighbour below lowest
    is not looked at and makes the answer false. */
-static bool extend_tree(int64_t neqns, int64_t first, int64_t last, int64_t lowest, const int64_t *xadj, const int64_t *adj,
-                        const int64_t *perm, const int64_t *invp, int64_t *parent, int64_t *ancestor, const int64_t *twin)
+static bool extend_tree(int64_t first, int64_t last, int64_t lowest, const int64_t *xadj, const int64_t *adj, const int64_t *perm,
+                        const int64_t *invp, int64_t *parent, int64_t *ancestor, const int64_t *twin)
 {
     for (int64_t j = first; j <= last; ++j) {
-        fetch_ahead(neqns, j, perm, xadj, adj);
         parent[j - 1] = 0;
         if (twin != nullptr && j > first && twin[j - 1] != 0) { /* all that column j reaches ends at column j - 1 by now */
             parent[j - 2] = ancestor[j - 2] = j;
@@ -75,17 +74,17 @@ void elimination_tree(int64_t neqns, int64_t nproc, int64_t domains, const int64
         for (int64_t d = 1; d <= usable; ++d) {
             int64_t first, last;
             if (!domain_pair(domain_table, d, neqns, &first, &last)) continue;
-            if (!extend_tree(neqns, first, last, first, xadj, adj, perm, invp, parent, ancestor, twin)) independent = 0;
+            if (!extend_tree(first, last, first, xadj, adj, perm, invp, parent, ancestor, twin)) independent = 0;
         }
     }
     if (independent == 0) {
-        extend_tree(neqns, 1, neqns, 1, xadj, adj, perm, invp, parent, ancestor, twin);
+        extend_tree(1, neqns, 1, xadj, adj, perm, invp, parent, ancestor, twin);
         return;
     }
     domain_walk walk = open_domain_walk(neqns, domains, domain_table);
     int64_t first, last;
     while (next_range(&walk, &first, &last))
-        if (walk.step > domains) extend_tree(neqns, first, last, 1, xadj, adj, perm, invp, parent, ancestor, twin);
+        if (walk.step > domains) extend_tree(first, last, 1, xadj, adj, perm, invp, parent, ancestor, twin);
 }
 
 void child_lists(int64_t count, const int64_t *parent, int64_t *first_child, int64_t *sibling)

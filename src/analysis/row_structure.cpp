@@ -185,7 +185,6 @@ static bool build_range(const row_structure_input &in, int64_t first, int64_t la
         int64_t *list = b->out.lindx + (in.xlindx[s - 1] - 1), *end = b->out.lindx + (in.xlindx[s] - 1);
         const int64_t columns = in.xsuper[s] - in.xsuper[s - 1];
         const int64_t wanted = end - list - columns;
-        for (int64_t j = in.xsuper[s - 1]; j < in.xsuper[s]; ++j) fetch_ahead(in.neqns, j, in.perm, in.xadj, in.adj);
         if (wanted < 0) return false;
         for (int64_t k = 0; k < columns; ++k) list[k] = in.xsuper[s - 1] + k;
         if (!fill_tail(in, b, s, list + columns, wanted)) return false;

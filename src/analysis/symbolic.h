@@ -44,18 +44,6 @@ int64_t first_above_domains(int64_t supernodes, int64_t domains, const int64_t *
 
 /* ---- tree and counts ---- */
 
-/* For walks over the columns in the new order, at column j: the lists of the given columns stand anywhere in memory, so those of the
-   columns to come are asked for early. */
-inline void fetch_ahead(int64_t neqns, int64_t j, const int64_t *perm, const int64_t *xadj, const int64_t *adj)
-{
-    constexpr int64_t far = 16, near = 8, line = 8;
-    if (j + far > neqns) return;
-    __builtin_prefetch(xadj + (perm[j + far - 1] - 1));
-    const int64_t *list = adj + (xadj[perm[j + near - 1] - 1] - 1);
-    __builtin_prefetch(list);
-    __builtin_prefetch(list + line);
-}
-
 /* Columns that need no look at their neighbours, as with several unknowns at one node: twin[j-1] is 1 where columns j-1 and j are
    neighbours and have the same ones apart from each other, else 0. perm null: columns as given. Lists in different orders are not
    recognised. */

@@ -77,21 +77,6 @@ void over_domains(const position_map_input &in, const work_t &work)
     work(cover.first_above, s.neqns);
 }
 
-/* Row ip is at hand: rows to come stand anywhere in the matrix, so they are asked for early, the first three lines of each. */
-void fetch_ahead(const position_map_input &in, const int64_t *row_order, int64_t ip)
-{
-    constexpr int64_t far = 12, near = 6, line = 8;
-    const supernodal_structure &s = *in.structure;
-    if (ip + far > s.neqns) return;
-    const auto given = [&](int64_t new_row) {
-        const int64_t i = s.perm[new_row - 1];
-        return row_order == nullptr ? i : row_order[i - 1];
-    };
-    __builtin_prefetch(in.ia + (given(ip + far) - 1));
-    const int64_t *row = in.ja + (in.ia[given(ip + near) - 1] - 1);
-    for (int64_t k = 0; k < 3; ++k) __builtin_prefetch(row + k * line);
-}
-
 /* Symmetric form: entry (i, j) of the stored triangle lands in column min, row max of the new numbers; negative when the stored entry is
    the transpose of that. */
 int64_t fill_symmetric_buckets(const position_map_input &in, const map_side &side)
@@ -101,7 +86,6 @@ int64_t fill_symmetric_buckets(const position_map_input &in, const map_side &sid
     over_domains(in, [&](int64_t first, int64_t last) {
         for (int64_t ip = first; ip <= last; ++ip) {
             const int64_t i = s.perm[ip - 1];
-            fetch_ahead(in, nullptr, ip);
             for (int64_t p = in.ia[i - 1]; p < in.ia[i]; ++p) {
                 const int64_t jp = s.invp[in.ja[p - 1] - 1];
                 ++side.start[ip < jp ? ip : jp];
@@ -113,7 +97,6 @@ int64_t fill_symmetric_buckets(const position_map_input &in, const map_side &sid
     over_domains(in, [&](int64_t first, int64_t last) {
         for (int64_t ip = first; ip <= last; ++ip) {
             const int64_t i = s.perm[ip - 1];
-            fetch_ahead(in, nullptr, ip);
             for (int64_t p = in.ia[i - 1]; p < in.ia[i]; ++p) {
                 const int64_t jp = s.invp[in.ja[p - 1] - 1];
                 const int64_t at = in.scratch_a[(ip < jp ? ip : jp) - 1]++;
@@ -138,7 +121,6 @@ void fill_full_buckets(const position_map_input &in, const map_side &lower, cons
             for (int64_t ip = first; ip <= last; ++ip) {
                 const int64_t i = s.perm[ip - 1];
                 const int64_t row = in.row_order == nullptr ? i : in.row_order[i - 1];
-                fetch_ahead(in, in.row_order, ip);
                 for (int64_t p = in.ia[row - 1]; p < in.ia[row]; ++p) {
                     const int64_t jp = s.invp[in.ja[p - 1] - 1];
                     const bool in_lower = ip >= s.xsuper[s.snode[jp - 1] - 1];
