@@ -356,8 +356,6 @@ TEST(ordering, minimum_degree_finds_orders_without_fill_and_survives_tag_resets)
     EXPECT_LT(dissected.control.l_entries, 24000);
 }
 
-/* The wide form is for graphs that no test can hold: a word of the wrong width or a shift that is not undone shows on small ones as well.
-   The random numbers differ by width, so the orders do too. */
 /* Large and regular enough for coarsening in the order of the vertices; too many vertices without neighbours turn it away. */
 static graph cube_and_isolated(int64_t side, int64_t isolated)
 {
@@ -370,6 +368,8 @@ static graph cube_and_isolated(int64_t side, int64_t isolated)
     return graph_of(side * side * side + isolated, edges);
 }
 
+/* The wide form is for graphs that no test can hold: a word of the wrong width or a shift that is not undone shows on small ones as well.
+   The random numbers differ by width, so the orders do too. */
 TEST(ordering, wide_indices_dissect_as_well_as_narrow_ones_and_give_the_graph_back)
 {
     for (const graph &g :
