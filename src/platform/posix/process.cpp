@@ -37,28 +37,24 @@ void platform_trim_memory()
 #endif
 }
 
-void platform_prefer_large_pages(void *memory, uint64_t bytes)
+/* Tell the system something about the whole pages of some memory. */
+[[maybe_unused]] static void advise(void *memory, uint64_t bytes, uint64_t page, int advice)
 {
-#if defined(MADV_HUGEPAGE)
-    constexpr uint64_t page = uint64_t{1} << 21;
     const uint64_t before = (page - reinterpret_cast<uintptr_t>(memory) % page) % page;
     if (bytes < before + page) return;
-    (void)madvise(static_cast<char *>(memory) + before, (bytes - before) / page * page, MADV_HUGEPAGE);
-#else
-    (void)memory;
-    (void)bytes;
+    (void)madvise(static_cast<char *>(memory) + before, (bytes - before) / page * page, advice);
+}
+
+void platform_prefer_large_pages([[maybe_unused]] void *memory, [[maybe_unused]] uint64_t bytes)
+{
+#if defined(MADV_HUGEPAGE)
+    advise(memory, bytes, uint64_t{1} << 21, MADV_HUGEPAGE);
 #endif
 }
 
-void platform_claim_pages(void *memory, uint64_t bytes)
+void platform_claim_pages([[maybe_unused]] void *memory, [[maybe_unused]] uint64_t bytes)
 {
 #if defined(MADV_POPULATE_WRITE)
-    constexpr uint64_t page = 4096;
-    const uint64_t before = (page - reinterpret_cast<uintptr_t>(memory) % page) % page;
-    if (bytes < before + page) return;
-    (void)madvise(static_cast<char *>(memory) + before, (bytes - before) / page * page, MADV_POPULATE_WRITE);
-#else
-    (void)memory;
-    (void)bytes;
+    advise(memory, bytes, 4096, MADV_POPULATE_WRITE);
 #endif
 }
