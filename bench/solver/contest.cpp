@@ -165,6 +165,7 @@ std::vector<contest_record> hold_contest(const bench_system &system, const conte
         c.record.backward_error = c.alive ? system_backward_error(system, c.x.data(), b.data(), many_columns) : NAN;
         c.record.entries = facts.entries;
         c.record.operations = facts.operations;
+        c.record.analysis_bytes = facts.analysis_bytes;
         c.record.gemm = probe.rate();
         const double word = c.record.solver == "ours, single" ? 4 : 8;
         c.record.factor_bytes = facts.entries * word * static_cast<double>(system.words());
@@ -201,7 +202,7 @@ bool write_records(const std::string &path, const machine_record &machine, const
         file << r.name << '\t' << r.solver << '\t' << r.group << ' ' << r.threads << ' ' << r.good << ' ' << r.n << ' ' << r.analysis << ' '
              << r.factor << ' ' << r.refactor_solve << ' ' << r.one_vector << ' ' << r.many_vectors << ' ';
         file << (r.good != 0 ? r.backward_error : -1) << ' ' << r.entries << ' ' << r.operations << ' ' << r.memory << ' ' << r.input_bytes
-             << ' ' << r.factor_bytes << ' ' << r.gemm << '\n';
+             << ' ' << r.factor_bytes << ' ' << r.analysis_bytes << ' ' << r.gemm << '\n';
     }
     file.close();
     return !file.fail();
@@ -215,7 +216,7 @@ bool read_records(const std::string &path, machine_record *machine, std::vector<
     contest_record r;
     while (std::getline(file, r.name, '\t') && std::getline(file, r.solver, '\t')) {
         file >> r.group >> r.threads >> r.good >> r.n >> r.analysis >> r.factor >> r.refactor_solve >> r.one_vector >> r.many_vectors >>
-            r.backward_error >> r.entries >> r.operations >> r.memory >> r.input_bytes >> r.factor_bytes >> r.gemm;
+            r.backward_error >> r.entries >> r.operations >> r.memory >> r.input_bytes >> r.factor_bytes >> r.analysis_bytes >> r.gemm;
         if (!file) return false;
         file.ignore();
         records->push_back(r);

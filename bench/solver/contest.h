@@ -21,7 +21,7 @@ struct contest_record {
     int group = 0, threads = 1, good = 0;
     double n = 0, analysis = 0, factor = 0, refactor_solve = 0, one_vector = 0, many_vectors = 0;
     double backward_error = 0, entries = 0, operations = 0, memory = 0;
-    double input_bytes = 0, factor_bytes = 0;
+    double input_bytes = 0, factor_bytes = 0, analysis_bytes = 0;
     double gemm = 0; /* operations a second of a product on all threads, between the factorizations */
 };
 

@@ -52,6 +52,7 @@ int_columns columns_of_lower(const bench_system &s); /* of a symmetric or Hermit
 struct solver_facts {
     double entries = 0;           /* of the factors, as the solver counts them */
     double operations = 0;        /* of one factorization, 0 when it does not tell */
+    double analysis_bytes = 0;    /* of the arrays that the analysis keeps, 0 when it does not tell */
     int64_t negative_pivots = -1; /* -1: not told */
     int64_t positive_pivots = -1;
     int64_t perturbed_pivots = -1;

@@ -83,6 +83,7 @@ bool open_own(const bench_system &system, const solver_settings &settings, solve
         solver_facts f;
         f.entries = static_cast<double>(p->iparam[17]);
         f.operations = 1e6 * static_cast<double>(p->iparam[18]);
+        f.analysis_bytes = 1024 * static_cast<double>(p->iparam[15]);
         if (p->system->is_symmetric_type()) {
             f.positive_pivots = p->iparam[21];
             f.negative_pivots = p->iparam[22];

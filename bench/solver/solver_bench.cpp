@@ -208,7 +208,8 @@ bench_table measured_table(const std::vector<contest_record> &records, const mac
     bench_table table;
     table.head = {"case", "solver", "threads", "n"};
     for (const column &c : timed) table.head.push_back(std::string(c.name) + " ms");
-    for (const char *more : {"of dgemm", "of bandwidth", "32 to 1", "backward error", "Mentries", "memory MB", "memory of need"})
+    for (const char *more :
+         {"of dgemm", "of bandwidth", "32 to 1", "backward error", "Mentries", "memory MB", "memory of need", "with analysis"})
         table.head.push_back(more);
     for (const contest_record &r : records) {
         std::vector<std::string> row = {r.name, r.solver == "ours, single" ? "ours single" : r.solver, std::to_string(r.threads),
@@ -223,7 +224,9 @@ bench_table measured_table(const std::vector<contest_record> &records, const mac
         row.push_back(error);
         row.push_back(bench_number(r.entries * 1e-6, 3));
         row.push_back(bench_number(r.memory * 1e-6, 1));
-        row.push_back(bench_number(r.memory / (r.factor_bytes + r.input_bytes), 2));
+        const double need = r.factor_bytes + r.input_bytes;
+        row.push_back(bench_number(r.memory / need, 2));
+        row.push_back(r.analysis_bytes > 0 ? bench_number(r.memory / (need + r.analysis_bytes), 2) : "-");
         table.rows.push_back(row);
     }
     return table;
