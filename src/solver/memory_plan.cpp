@@ -300,6 +300,8 @@ void solve_sizes(solver_state *state, int64_t ido_internal, int64_t nb)
     if (!solves) return;
     const supernodal_structure structure = state_structure(state);
     const int64_t team = larger(threads, control->reproducible_units);
+    const int64_t vectors = product(product(columns, control->neqns), e);
+    if (vectors == largest_words) state->solve_work_a = largest_words; /* no address space has right-hand sides of that size */
     state->solve_work_a = larger(state->solve_work_a, product(solve_work_entries(&structure, columns, team), e));
     if (control->cg_mode == 0) return;
     const int64_t least = product(sum(5 * control->neqns + 9, product(2, threads)), columns);

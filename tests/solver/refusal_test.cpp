@@ -156,6 +156,9 @@ TEST(refusal, arrays_and_sizes_that_are_not_there)
         if (zero_based) { EXPECT_EQ(s.printed(11), head + "17\n*** Input check: neqns 9 or ia[neqns_in] -3 are invalid\n"); }
         s.msglvl = 0;
         load(&s, zero_based);
+        s.nb = INT64_MAX; /* products with it wrap around */
+        EXPECT_EQ(s.call(13), -2);
+        s.nb = 1;
         EXPECT_EQ(s.call(13), 0);
     }
 }
