@@ -82,7 +82,8 @@ void factor_symbolically(solver_call *call)
 
     const supernodal_structure structure = state_structure(s);
     block_bounds(control, call->ooc, &structure, arrays.xadj);
-    if (control->domain_table_invalid != 0) control->two_level = 0;
+    /* a single level adds in the order of arrival, which reproducible units exclude; empty domains cost two levels only balance */
+    if (control->domain_table_invalid != 0 && control->reproducible_units == 0) control->two_level = 0;
     control->subgraphs = control->domains;
     if (control->sequential_analysis == 0) work_list_sizes(control, &structure);
     const bool may_share =
