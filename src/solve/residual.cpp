@@ -8,7 +8,7 @@
 template <typename value_t>
 static csr_form form_of(const residual_matrix<value_t> *matrix)
 {
-    csr_form form = {csr_structure::general, csr_triangle::upper, csr_diagonal::stored, csr_operation::none};
+    csr_form form = {csr_structure::general, csr_triangle::upper, csr_diagonal::stored, csr_operation::none, matrix->one_order != 0};
     if (matrix->symmetric == 1) {
         const bool hermitian = matrix->matrix_type == 4 || matrix->matrix_type == -4;
         form.structure = hermitian ? csr_structure::hermitian : csr_structure::symmetric;

@@ -45,6 +45,7 @@ struct residual_matrix {
     int64_t transpose_mode;
     const int64_t *ia, *ja;
     const value_t *a;
+    int64_t one_order = 0; /* not 0: products have the same bits on any number of threads */
 };
 
 /* Iterative refinement of a first solution: residual against the matrix, solve against the factors, add. The loop ends after |request|

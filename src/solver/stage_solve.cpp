@@ -56,7 +56,8 @@ residual_matrix<value_t> matrix_view(const numeric_run<value_t> *run)
             control->transpose_mode,
             call->work_ia,
             call->work_ja,
-            static_cast<const value_t *>(call->work_a)};
+            static_cast<const value_t *>(call->work_a),
+            control->reproducible_units};
 }
 
 void choose_window(const solver_call *call)

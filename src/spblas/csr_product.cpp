@@ -23,6 +23,7 @@ struct product {
     const int64_t *ja, *pntrb, *pntre;
     const value_t *x;
     value_t *y;
+    bool one_order;
 };
 
 struct row_range {
@@ -44,9 +45,10 @@ void for_each_piece(row_range entries, const work_t &work)
 }
 
 /* Threads for the forms that pay for private vectors. */
-int capped_thread_count(int64_t m)
+template <typename value_t>
+int capped_thread_count(const product<value_t> &q)
 {
-    const int64_t count = service_max_threads();
+    const int64_t m = q.m, count = q.one_order ? 1 : service_max_threads();
     if (count <= 1 || service_dynamic() == 0) return static_cast<int>(std::min(count, most_vectors));
     return static_cast<int>(std::min({count, int64_t{8}, std::max(m / 100, int64_t{1})}));
 }
@@ -71,7 +73,7 @@ template <typename value_t, typename work_t>
 void run_full_vectors(const product<value_t> &q, const work_t &work)
 {
     const csr_bodies<value_t> &bodies = csr_bodies_chosen<value_t>();
-    const int team = capped_thread_count(q.m);
+    const int team = capped_thread_count(q);
     value_t *vectors = nullptr;
     int64_t bytes = 0;
     if (team > 1 && !__builtin_mul_overflow((team - 1) * int64_t{sizeof(value_t)}, q.y_length, &bytes)) {
@@ -178,7 +180,7 @@ void reduce_part(const product<value_t> &q, const csr_outside<value_t> *outside,
 template <bool upper, typename value_t>
 void run_triangle(csr_mirror_body<value_t> *body, const product<value_t> &q)
 {
-    const int team = capped_thread_count(q.m);
+    const int team = capped_thread_count(q);
     csr_outside<value_t> outside[most_vectors];
     int64_t failed = team <= 1;
     if (team > 1) {
@@ -252,7 +254,7 @@ void csr_product(const csr_form &form, int64_t m, int64_t k, value_t alpha, cons
     const int conjugated = form.operation == csr_operation::conjugate_transpose;
     const int unit = form.diagonal == csr_diagonal::unit;
     const int side = form.triangle == csr_triangle::upper ? side_upper : side_lower;
-    product<value_t> q = {m, m, alpha, beta, a, ja, pntrb, pntre, x, y};
+    product<value_t> q = {m, m, alpha, beta, a, ja, pntrb, pntre, x, y, form.one_order};
     const auto run_scatter = [&](csr_row_body<value_t> *body) {
         run_full_vectors(q, [&](row_range rows, value_t *vector) {
             body(rows.first, rows.last, q.alpha, q.a, q.ja, q.pntrb, q.pntre, q.x, vector, value_t(1));

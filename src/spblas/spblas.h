@@ -48,6 +48,7 @@ struct csr_form {
     csr_triangle triangle;   /* not read for general and diagonal */
     csr_diagonal diagonal;   /* not read for general and antisymmetric */
     csr_operation operation; /* conjugate_transpose is transpose for real values */
+    bool one_order = false;  /* additions in an order that does not depend on the number of threads */
 };
 
 /* y = alpha * op(A) * x + beta * y for any form; beta 0 overwrites y, NaN included.

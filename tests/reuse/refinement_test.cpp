@@ -193,3 +193,25 @@ TEST(refinement, what_is_not_finite_is_no_success)
         EXPECT_EQ(s.call(33), 0) << request;
     }
 }
+
+/* Fails when the products for residuals, or updates around an empty domain (4, 11), add in an order that depends on the threads. */
+TEST(refinement, reproducible_units_keep_the_bits_on_any_number_of_threads)
+{
+    for (const int64_t type : {-2, 4, 11}) {
+        decltype(session::x) alone;
+        for (const int32_t threads : {1, 2, 3}) {
+            service_max_threads();
+            service_threads.general_threads = threads;
+            session s;
+            iparam_defaults(s.iparam, type);
+            load_entries(&s, type, 648, generated_entries(type, 9, 8, 9, 5), 2, 1);
+            s.parameter(iparam_reproducible_units) = 4;
+            s.parameter(iparam_refinement_request) = 2;
+            s.parameter(iparam_transpose) = 1;
+            ASSERT_EQ(s.call(13), 0);
+            if (threads == 1) alone = s.x;
+            EXPECT_EQ(s.x, alone) << type << " " << threads;
+        }
+    }
+    service_threads.general_threads = -1;
+}
