@@ -159,6 +159,20 @@ int64_t kernel_potrf(int64_t n, value_t *a, int64_t lda, void *work);
 template <typename value_t>
 int64_t kernel_potrf_panel(int64_t m, int64_t n, value_t *a, int64_t lda, void *work);
 
+/* Cholesky factorization of supernodes one after the other, each of which subtracts its products from the blocks behind it. */
+template <typename value_t>
+struct pushing_run {
+    const int32_t *word; /* of the next supernode, which move on: columns w; rows under them q; for k = 1..q, for i = k..q: place in lnz,
+                            from 0, of the entry in the row of i and the column of k */
+    value_t *lnz;
+    int64_t at, end; /* place of the next block, which moves on; those from `end` on are not begun */
+    int64_t columns; /* finished; added to */
+};
+/* Returns 0, or the number of the column, counted by run->columns, whose pivot is not positive or not a number: the run then stands before
+   its supernode. */
+template <typename value_t>
+int64_t kernel_factor_pushing(pushing_run<value_t> *run, void *work);
+
 /* LU of an m by n block, row exchanges inside it, pivots[min(m, n)] as wkl_lapack_getrf. A pivot whose magnitude is at most epsilon, after
    the best row was exchanged in, is replaced by that magnitude with its own sign (direction for complex values, + for 0) and counted in
    *perturbed, which is added to. A negative epsilon replaces nothing. Returns 0, or k > 0 when pivot k stayed exactly 0 (the first such).
@@ -212,6 +226,19 @@ template <typename value_t>
 int64_t kernel_columns_forward(const column_run<value_t> *run, int64_t number, int64_t last);
 template <typename value_t>
 int64_t kernel_columns_backward(const column_run<value_t> *run, int64_t number, int64_t first);
+
+/* A Cholesky factor of narrow supernodes. */
+template <typename value_t>
+struct narrow_factor {
+    const int64_t *first_column, *list_start, *list; /* as above */
+    const int64_t *column_start; /* lnz[column_start[j - 1] - 1] is row 1 of the block that holds column j, in that column */
+    const value_t *lnz;
+};
+/* Steps of the supernodes first..last forward with L, and of last..first backward with its conjugated transpose. */
+template <typename value_t>
+void kernel_narrow_forward(const narrow_factor<value_t> *f, int64_t first, int64_t last, value_t *x);
+template <typename value_t>
+void kernel_narrow_backward(const narrow_factor<value_t> *f, int64_t first, int64_t last, value_t *x);
 
 /* ---- several vectors, interleaved: entry i of vector k at x[i * stride + k] ---- */
 

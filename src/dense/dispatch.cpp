@@ -135,6 +135,12 @@ int64_t kernel_potrf_panel(int64_t m, int64_t n, value_t *a, int64_t lda, void *
 }
 
 template <typename value_t>
+int64_t kernel_factor_pushing(pushing_run<value_t> *run, void *work)
+{
+    return dense_table<value_t>()->factor_pushing(run, work);
+}
+
+template <typename value_t>
 int64_t kernel_getrf(int64_t m, int64_t n, value_t *a, int64_t lda, int64_t *pivots, real_of<value_t> epsilon, int64_t *perturbed,
                      void *work)
 {
@@ -178,6 +184,18 @@ int64_t kernel_columns_backward(const column_run<value_t> *run, int64_t number, 
 }
 
 template <typename value_t>
+void kernel_narrow_forward(const narrow_factor<value_t> *f, int64_t first, int64_t last, value_t *x)
+{
+    dense_table<value_t>()->narrow_forward(f, first, last, x);
+}
+
+template <typename value_t>
+void kernel_narrow_backward(const narrow_factor<value_t> *f, int64_t first, int64_t last, value_t *x)
+{
+    dense_table<value_t>()->narrow_backward(f, first, last, x);
+}
+
+template <typename value_t>
 void kernel_interleaved_forward(const interleaved_block<value_t> *block)
 {
     dense_table<value_t>()->interleaved_forward(block);
@@ -202,11 +220,14 @@ void kernel_interleaved_backward(const interleaved_block<value_t> *block)
     template decltype(kernel_trsm<V>) kernel_trsm<V>;                                                                                      \
     template decltype(kernel_potrf<V>) kernel_potrf<V>;                                                                                    \
     template decltype(kernel_potrf_panel<V>) kernel_potrf_panel<V>;                                                                        \
+    template decltype(kernel_factor_pushing<V>) kernel_factor_pushing<V>;                                                                  \
     template decltype(kernel_getrf<V>) kernel_getrf<V>;                                                                                    \
     template decltype(kernel_solve_lower<V>) kernel_solve_lower<V>;                                                                        \
     template decltype(kernel_panel_forward<V>) kernel_panel_forward<V>;                                                                    \
     template decltype(kernel_columns_forward<V>) kernel_columns_forward<V>;                                                                \
     template decltype(kernel_columns_backward<V>) kernel_columns_backward<V>;                                                              \
+    template decltype(kernel_narrow_forward<V>) kernel_narrow_forward<V>;                                                                  \
+    template decltype(kernel_narrow_backward<V>) kernel_narrow_backward<V>;                                                                \
     template decltype(kernel_interleaved_forward<V>) kernel_interleaved_forward<V>;                                                        \
     template decltype(kernel_interleaved_backward<V>) kernel_interleaved_backward<V>;                                                      \
     INSTANTIATE_MIRROR(V, mirror::symmetric)                                                                                               \

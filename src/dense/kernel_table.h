@@ -15,6 +15,7 @@ struct kernel_table {
     void (*update_span)(mirror kind, int64_t q, int64_t k, int64_t segment_count, const update_segment<value_t> *segments,
                         const update_span &span, value_t *c, void *work);
     int64_t (*potrf_panel)(int64_t m, int64_t n, value_t *a, int64_t lda, void *work);
+    int64_t (*factor_pushing)(pushing_run<value_t> *run, void *work);
     int64_t (*getrf)(int64_t m, int64_t n, value_t *a, int64_t lda, int64_t *pivots, real_of<value_t> epsilon, int64_t *perturbed,
                      void *work);
     void (*gemv)(char trans, int64_t m, int64_t n, value_t alpha, const value_t *a, int64_t lda, const value_t *x, int64_t incx,
@@ -28,6 +29,8 @@ struct kernel_table {
                            value_t *x);
     int64_t (*columns_forward)(const column_run<value_t> *run, int64_t number, int64_t last);
     int64_t (*columns_backward)(const column_run<value_t> *run, int64_t number, int64_t first);
+    void (*narrow_forward)(const narrow_factor<value_t> *f, int64_t first, int64_t last, value_t *x);
+    void (*narrow_backward)(const narrow_factor<value_t> *f, int64_t first, int64_t last, value_t *x);
     void (*interleaved_forward)(const interleaved_block<value_t> *block);
     void (*interleaved_backward)(const interleaved_block<value_t> *block);
 };

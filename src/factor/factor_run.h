@@ -180,12 +180,13 @@ void report_percent(factor_run<value_t> *run, int64_t percent);
 /* Add the thread's finished entries to the shared count; thread 1 then tells the hook. always: although the percentage did not rise. */
 template <typename value_t>
 void publish_blocks(factor_run<value_t> *run, thread_space<value_t> *space, bool always);
-/* Note a finished block. The shared count is touched some hundred times a factorization, not once a block. */
+/* Note finished entries. The shared count is touched some hundred times a factorization, not once a block. */
+inline constexpr int64_t report_steps = 128;
 template <typename value_t>
 inline void report_block(factor_run<value_t> *run, thread_space<value_t> *space, int64_t entries, bool always)
 {
     space->done += entries;
-    if (space->done * 128 >= run->total_entries || (always && space->id == 1)) publish_blocks(run, space, always);
+    if (space->done * report_steps >= run->total_entries || (always && space->id == 1)) publish_blocks(run, space, always);
 }
 
 /* ---- drivers ---- */
@@ -193,6 +194,8 @@ template <typename value_t, factor_kind kind, mirror sym>
 void serial_driver(factor_run<value_t> *run, void *work);
 template <typename value_t, factor_kind kind, mirror sym>
 void program_driver(factor_run<value_t> *run, void *work);
+template <typename value_t>
+void pushing_driver(factor_run<value_t> *run, void *work);
 template <typename value_t, factor_kind kind, mirror sym>
 void single_level_region(factor_run<value_t> *run, void *work);
 template <typename value_t, factor_kind kind, mirror sym>

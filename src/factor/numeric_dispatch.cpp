@@ -41,11 +41,18 @@ double perturbation_epsilon(const factor_input<value_t> &in)
     return g < 1 ? epsilon * std::sqrt(g) : epsilon / std::sqrt(g);
 }
 
+template <typename value_t>
+bool pushes(const factor_input<value_t> &in)
+{
+    return (in.program[0] & program_of_pushes) != 0;
+}
+
 /* One thread in core, and no order of updates that other thread counts share. */
 template <typename value_t>
 bool follows_program(const factor_input<value_t> &in, factor_kind kind)
 {
     if (!program_fits(in.program, kind) || in.store->pager != nullptr) return false;
+    if (pushes(in) && in.callback_on != 0) return false; /* the pivots are not kept on that way */
     return in.single_thread == 1 || (in.single_thread == 0 && in.lists->two_level != 2 && team_threads(in) == 1);
 }
 
@@ -53,7 +60,10 @@ template <typename value_t, factor_kind kind, mirror sym>
 void run_driver(factor_run<value_t> *run, void *work)
 {
     const factor_input<value_t> &in = *run->in;
-    if (follows_program(in, kind))
+    const bool programmed = follows_program(in, kind);
+    if (programmed && kind == factor_kind::cholesky && pushes(in))
+        pushing_driver(run, work);
+    else if (programmed)
         program_driver<value_t, kind, sym>(run, work);
     else if (in.single_thread == 1)
         serial_driver<value_t, kind, sym>(run, work);

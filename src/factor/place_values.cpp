@@ -79,6 +79,10 @@ template <typename value_t, bool images, bool with_scaling, bool ahead>
 void place_side(const placing<value_t> &how, const side_map &side, const int64_t *perm, int64_t first, int64_t columns, value_t *block)
 {
     const factor_input<value_t> &in = *how.in;
+    if constexpr (!with_scaling) { /* the columns need not be told apart */
+        const int64_t begin = side.start[first - 1] - 1, end = side.start[first + columns - 1] - 1;
+        return place_column<value_t, images, false, ahead>(how, side, begin, end, 1, 1, block);
+    }
     for (int64_t c = first; c < first + columns; ++c) {
         double own = 1, own_of_images = 1;
         if constexpr (with_scaling) {

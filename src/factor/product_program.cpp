@@ -1,7 +1,7 @@
 #include "factor/narrow_update.h"
 #include "factor/update_program.h"
 
-/* The update program that lists products. That of LU leaves out what is zero in every factorization. The storage is that of the symmetrised
+/* The update program of LU, which leaves out what is zero in every factorization. The storage is that of the symmetrised
    pattern, and on circuits half of it stays zero: a row of L or a column of U of a source takes part when the given entries, or the updates
    of the source by others, can reach it. The exchanges inside a diagonal block mix no more than the rows and columns of one supernode, so
    that a supernode's rows and columns are told apart, but not the entries of a row. */
@@ -13,11 +13,6 @@ enum reach : uint8_t { reaches_lower = 1, reaches_upper = 2 };
 
 /* Products of a listed update: beyond, the dense way is faster. When the products do not fit, fewer updates are listed. */
 constexpr int64_t listed_products = 2 * tiny_products, fewer_products = 4;
-
-int64_t most_listed(bool two_sides)
-{
-    return two_sides ? listed_products : tiny_products;
-}
 
 /* Bytes of the row lists at the end of a program, in words. */
 int64_t reached_words(const supernodal_structure &s)
@@ -79,9 +74,8 @@ void mark_filled(const supernodal_structure &s, uint8_t *reached)
 struct side_products {
     int64_t lower, upper;
 };
-side_products products_of(bool two_sides, const program_update &u, const reached_counts &c)
+side_products products_of(const program_update &u, const reached_counts &c)
 {
-    if (!two_sides) return {(u.k * u.q - u.k * (u.k - 1) / 2) * u.width, 0};
     return {c.own_columns * c.rows * u.width, c.own_rows * (c.columns - c.own_columns) * u.width};
 }
 
@@ -91,12 +85,12 @@ struct target_parts {
 };
 
 /* Fill the parts with counts for updates of up to `most` products, and return the words of the program. */
-int64_t count_parts(const supernodal_structure &s, bool two_sides, int64_t most, const uint8_t *reached, const target_parts &count)
+int64_t count_parts(const supernodal_structure &s, int64_t most, const uint8_t *reached, const target_parts &count)
 {
     for (int64_t t = 0; t < s.supernodes; ++t) count.lower[t] = count.upper[t] = count.large[t] = 0;
     int64_t words = 1 + s.supernodes * product_target_words;
     for_each_update(s, [&](const program_update &u) {
-        const side_products products = products_of(two_sides, u, count_reached(u, reached_by(s, u, reached)));
+        const side_products products = products_of(u, count_reached(u, reached_by(s, u, reached)));
         const int64_t all = products.lower + products.upper;
         if (all > most) {
             ++count.large[u.target - 1];
@@ -139,11 +133,10 @@ void add_row(int64_t number, int64_t place, bool own, listed_rows *list)
 }
 
 /* Those that are in a product, which are no more than the products. */
-void list_rows(const supernodal_structure &s, bool two_sides, const program_update &u, const uint8_t *from, listed_rows *rows,
-               listed_rows *columns)
+void list_rows(const supernodal_structure &s, const program_update &u, const uint8_t *from, listed_rows *rows, listed_rows *columns)
 {
     const reached_counts count = count_reached(u, from);
-    const side_products products = products_of(two_sides, u, count);
+    const side_products products = products_of(u, count);
     rows->count = rows->own = columns->count = columns->own = 0;
     for_each_place(s, u, [&](int64_t i, int64_t at) {
         const bool own = i < u.k;
@@ -152,14 +145,14 @@ void list_rows(const supernodal_structure &s, bool two_sides, const program_upda
     });
 }
 
-/* Products of the rows `along` from begin on (of a triangle: from the row of the factor on) with the own rows of across. panel, factors:
+/* Products of the rows `along` from begin on with the own rows of across. panel, factors:
    places of the first of the q rows in a column of the source, on the changed side and on the other one; target: of the changed block,
    whose columns are ld long. */
-int32_t *write_side(const listed_rows &along, int64_t begin, bool triangle, const listed_rows &across, int64_t panel, int64_t factors,
-                    int64_t target, int64_t ld, int32_t *word)
+int32_t *write_side(const listed_rows &along, int64_t begin, const listed_rows &across, int64_t panel, int64_t factors, int64_t target,
+                    int64_t ld, int32_t *word)
 {
     for (int64_t j = 0; j < across.own; ++j)
-        for (int64_t i = triangle ? j : begin; i < along.count; ++i) {
+        for (int64_t i = begin; i < along.count; ++i) {
             *word++ = static_cast<int32_t>(target + across.place[j] * ld + along.place[i]);
             *word++ = static_cast<int32_t>(panel + along.number[i]);
             *word++ = static_cast<int32_t>(factors + across.number[j]);
@@ -169,76 +162,64 @@ int32_t *write_side(const listed_rows &along, int64_t begin, bool triangle, cons
 
 /* Returns how many words were written on either side. Columns of the source go outside: the products of an entry do not follow each other,
    and none waits for the one before. */
-side_products write_products(const supernodal_structure &s, bool two_sides, const program_update &u, const uint8_t *from, int32_t *lower,
-                             int32_t *upper)
+side_products write_products(const supernodal_structure &s, const program_update &u, const uint8_t *from, int32_t *lower, int32_t *upper)
 {
     listed_rows rows, columns;
-    list_rows(s, two_sides, u, from, &rows, &columns);
+    list_rows(s, u, from, &rows, &columns);
     const int64_t first = s.xsuper[u.source - 1], target_first = s.xsuper[u.target - 1];
     const int64_t ld = supernode_rows(s, u.source), above = ld - u.q;
     const int64_t target_ld = supernode_rows(s, u.target), target_columns = supernode_columns(s, u.target);
-    const int64_t target_lower = s.xlnz[target_first - 1] - 1, target_upper = two_sides ? s.xunz[target_first - 1] - 1 : 0;
+    const int64_t target_lower = s.xlnz[target_first - 1] - 1, target_upper = s.xunz[target_first - 1] - 1;
     int32_t *lower_end = lower, *upper_end = upper;
     for (int64_t c = 0; c < u.width; ++c) {
         const int64_t l = s.xlnz[first - 1 + c] - 1 + above;
-        if (!two_sides) {
-            lower_end = write_side(rows, 0, true, rows, l, l, target_lower, target_ld, lower_end);
-            continue;
-        }
         const int64_t v = s.xunz[first - 1 + c] - 1 + above - u.width;
-        lower_end = write_side(rows, 0, false, columns, l, v, target_lower, target_ld, lower_end);
-        upper_end =
-            write_side(columns, columns.own, false, rows, v, l, target_upper - target_columns, target_ld - target_columns, upper_end);
+        lower_end = write_side(rows, 0, columns, l, v, target_lower, target_ld, lower_end);
+        upper_end = write_side(columns, columns.own, rows, v, l, target_upper - target_columns, target_ld - target_columns, upper_end);
     }
     return {lower_end - lower, upper_end - upper};
 }
 
 } // namespace
 
-int64_t product_program_words(const supernodal_structure &s, bool two_sides, int64_t most_words)
+int64_t product_program_words(const supernodal_structure &s, int64_t most_words)
 {
     int64_t words = 1 + s.supernodes * product_target_words, least = words;
     for_each_update(s, [&](const program_update &u) {
-        const side_products products = products_of(two_sides, u, {u.q, u.k, u.q, u.k});
-        const int64_t all = products.lower + products.upper, most = most_listed(two_sides);
-        const bool listed = two_sides || all <= most; /* those of a triangle are all there */
-        words += listed ? product_words * (all <= most ? all : most) : large_update_words;
+        const side_products products = products_of(u, {u.q, u.k, u.q, u.k});
+        const int64_t all = products.lower + products.upper;
+        words += product_words * (all <= listed_products ? all : listed_products);
         least += large_update_words;
     });
-    if ((two_sides ? least : words) > most_words) return 0;
+    if (least > most_words) return 0;
     return (words < most_words ? words : most_words) + reached_words(s);
 }
 
-void build_product_program(const update_program_input &in, factor_kind kind, int32_t *program)
+void build_product_program(const update_program_input &in, int32_t *program)
 {
     const supernodal_structure &s = *in.structure;
-    const bool two_sides = kind == factor_kind::lu;
     const int64_t room = in.words - reached_words(s);
     auto *const reached = reinterpret_cast<uint8_t *>(program + room);
     const target_parts parts = {in.scratch_a, in.scratch_b, in.scratch_c};
-    if (two_sides) {
-        mark_given(s, *in.map, reached);
-        mark_filled(s, reached);
-    } else {
-        for (int64_t i = 0; i < s.xlindx[s.supernodes] - 1; ++i) reached[i] = reaches_lower;
-    }
-    int64_t most = most_listed(two_sides);
-    while (most > 0 && count_parts(s, two_sides, most, reached, parts) > room) most /= fewer_products;
+    mark_given(s, *in.map, reached);
+    mark_filled(s, reached);
+    int64_t most = listed_products;
+    while (most > 0 && count_parts(s, most, reached, parts) > room) most /= fewer_products;
     program[0] = program_void;
-    if (most == 0 && count_parts(s, two_sides, most, reached, parts) > room) return;
-    program[0] = static_cast<int32_t>(kind) | program_of_products;
+    if (most == 0 && count_parts(s, most, reached, parts) > room) return;
+    program[0] = static_cast<int32_t>(factor_kind::lu);
     place_parts(s, parts, program);
     for_each_update(s, [&](const program_update &u) {
         const int64_t t = u.target - 1;
         const uint8_t *const from = reached_by(s, u, reached);
-        const side_products products = products_of(two_sides, u, count_reached(u, from));
+        const side_products products = products_of(u, count_reached(u, from));
         if (products.lower + products.upper > most) {
             program[parts.large[t]] = static_cast<int32_t>(u.q);
             program[parts.large[t] + 1] = static_cast<int32_t>(u.source);
             parts.large[t] += large_update_words;
             return;
         }
-        const side_products words = write_products(s, two_sides, u, from, program + parts.lower[t], program + parts.upper[t]);
+        const side_products words = write_products(s, u, from, program + parts.lower[t], program + parts.upper[t]);
         parts.lower[t] += words.lower;
         parts.upper[t] += words.upper;
     });

@@ -59,15 +59,15 @@ const int32_t *update_triangle(factor_run<value_t> *run, thread_space<value_t> *
 }
 
 /* to -= from * factor. `changed` holds the first two. */
-template <mirror sym, typename value_t>
+template <typename value_t>
 inline const int32_t *subtract_products(int64_t count, const int32_t *word, value_t *changed, const value_t *other)
 {
     for (const int32_t *const end = word + count * product_words; word < end; word += product_words)
-        changed[word[0]] -= product(changed[word[1]], mirrored<sym>(other[word[2]]));
+        changed[word[0]] -= product(changed[word[1]], other[word[2]]);
     return word;
 }
 
-/* The same where products are listed. */
+/* The same of LU, whose products are listed. */
 template <typename value_t, factor_kind kind, mirror sym>
 const int32_t *update_by_products(factor_run<value_t> *run, thread_space<value_t> *space, target_block<value_t> *target,
                                   const int32_t *word)
@@ -75,8 +75,8 @@ const int32_t *update_by_products(factor_run<value_t> *run, thread_space<value_t
     const factor_store<value_t> &store = *run->in->store;
     const int64_t lower = word[products_lower], upper = word[products_upper], large = word[products_large];
     word += product_target_words;
-    word = subtract_products<sym>(lower, word, store.lnz, kind == factor_kind::lu ? store.unz : store.lnz);
-    if constexpr (kind == factor_kind::lu) word = subtract_products<sym>(upper, word, store.unz, store.lnz);
+    word = subtract_products(lower, word, store.lnz, store.unz);
+    word = subtract_products(upper, word, store.unz, store.lnz);
     for (const int32_t *const end = word + large * large_update_words; word < end; word += large_update_words)
         apply_update<value_t, kind, sym>(run, space, target, word[1], word[0]);
     return word;
@@ -93,11 +93,10 @@ void program_driver(factor_run<value_t> *run, void *work)
     bind_thread_space(run, 1, work, &space);
     assemble_all(run);
     const int32_t *word = run->in->program + 1;
-    const bool products = kind == factor_kind::lu || (*run->in->program & program_of_products) != 0;
     for (int64_t number = 1; number <= s.supernodes && !failed(run); ++number) {
         target_block<value_t> target;
         bind_target<value_t, kind>(*run, number, &target);
-        if (products)
+        if constexpr (kind == factor_kind::lu)
             word = update_by_products<value_t, kind, sym>(run, &space, &target, word);
         else
             word = update_triangle<value_t, kind, sym>(run, &space, &target, word);

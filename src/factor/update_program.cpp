@@ -93,11 +93,10 @@ int64_t update_program_words(int64_t matrix_type, const supernodal_structure *st
     factor_kind kind = factor_kind::lu;
     if (!find_kind(matrix_type, &kind) || entries > INT32_MAX / words_per_entry - few_words) return 0;
     if (s.neqns > columns_on_average * s.supernodes || much_arithmetic(s)) return 0;
-    if (kind != factor_kind::ldlt) {
-        const int64_t words = product_program_words(s, kind == factor_kind::lu, most_words(s));
-        if (words > 0 || kind == factor_kind::lu) return words;
-    }
-    int64_t words = 1 + s.supernodes;
+    if (kind == factor_kind::lu) return product_program_words(s, most_words(s));
+    int64_t words = kind == factor_kind::cholesky ? pushing_program_words(s, most_words(s)) : 0;
+    if (words > 0) return words;
+    words = 1 + s.supernodes;
     for_each_update(s, [&](const program_update &u) { words += update_words(kind, u); });
     return words <= most_words(s) ? words : 0;
 }
@@ -107,8 +106,10 @@ void build_update_program(const update_program_input *input, int32_t *program)
     const supernodal_structure &s = *input->structure;
     factor_kind kind = factor_kind::lu;
     if (!find_kind(input->matrix_type, &kind)) return;
-    if (kind == factor_kind::lu || (kind == factor_kind::cholesky && product_program_words(s, false, most_words(s)) > 0))
-        build_product_program(*input, kind, program);
+    if (kind == factor_kind::lu)
+        build_product_program(*input, program);
+    else if (kind == factor_kind::cholesky && pushing_program_words(s, most_words(s)) > 0)
+        build_pushing_program(s, program);
     else
         build_triangle_program(*input, kind, program);
 }

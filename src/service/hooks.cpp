@@ -31,6 +31,12 @@ void service_xerbla(const char *name, const int64_t *info, int32_t length)
     (hook != nullptr ? hook : service_xerbla_default)(name, info, length);
 }
 
+bool service_progress_watched()
+{
+    progress_callback *hook = progress_hook.load(std::memory_order_acquire);
+    return hook != nullptr && hook != progress_default;
+}
+
 int64_t service_progress(const int64_t *thread, const int64_t *percent, const char *stage, int32_t length)
 {
     progress_callback *hook = progress_hook.load(std::memory_order_acquire);

@@ -33,6 +33,7 @@ int64_t service_check_null(const void *pointer, const char *name);
 /* Tell the progress of a factorization. in thread 0; percent 0 to 100; stage of length characters. Returns what the hook returns, 0 without
    one; anything else asks the run to stop. */
 int64_t service_progress(const int64_t *thread, const int64_t *percent, const char *stage, int32_t length);
+bool service_progress_watched(); /* by a hook that is not the library's own */
 inline constexpr char service_factorization_stage[] = "Solvara: factorization phase";
 inline constexpr int32_t service_factorization_stage_length = 28;
 

@@ -75,6 +75,7 @@ static int64_t single_vector_threads(const solve_input<value_t> *in, const sweep
     const supernodal_structure &s = *in->structure;
     int64_t threads = in->threads < s.domains ? in->threads : s.domains;
     if (threads > most_single_threads) threads = most_single_threads;
+    if (in->entries_per_thread > 0) threads = std::min(threads, (s.nnz_l + s.nnz_u) / in->entries_per_thread);
     const bool usable = threads >= 2 && s.domains <= most_single_threads && s.neqns >= parallel_single_least_order &&
                         in->reproducible_units == 0 && in->iparam25_copy != 1 && w->window.allows_domains && domains_chain(&s);
     return usable ? threads : 1;
@@ -100,6 +101,10 @@ static int64_t several_vector_threads(const solve_input<value_t> *in)
 template <typename value_t>
 static bool solve_serial(const sweep<value_t> *w, value_t *x)
 {
+    if (is_narrow(w)) {
+        solve_narrow(w, x);
+        return true;
+    }
     const int64_t supernodes = w->structure->supernodes;
     if (w->forward && !forward_supernodes(w, w->window.forward_first_supernode, supernodes, x, supernodes, x)) return false;
     return (!w->diagonal && !w->backward) || backward_supernodes(w, w->window.backward_last_supernode, supernodes, x);

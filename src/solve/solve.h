@@ -15,6 +15,7 @@ struct solve_input {
     int64_t pivoting;    /* which kernel made the symmetric indefinite factors */
     int64_t nb;
     int64_t threads;            /* T */
+    int64_t entries_per_thread; /* of the factors, that make one more thread worth its start for one vector; 0: T take part */
     int64_t reproducible_units; /* not 0: replaces T in the block solves and closes the parallel single-vector kernel */
     int64_t iparam25_copy;
     int64_t solve_step_code; /* 0 all, 1 forward, 2 diagonal, 3 backward */
@@ -30,6 +31,9 @@ struct solve_input {
     value_t *work; /* work_entries entries */
     int64_t work_entries;
 };
+/* A setting of entries_per_thread: the two sweeps open a region for each level of the domains, which together take as long as 30,000
+   entries. */
+inline constexpr int64_t solve_entries_per_thread = 20000;
 /* Returns 0, or -2 when memory ran out; a pager failure is recorded by the pager and gives -1. */
 template <typename value_t>
 int64_t solution_step(const solve_input<value_t> *input);

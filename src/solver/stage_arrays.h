@@ -8,7 +8,7 @@
 /* Array `number` as words; null when it does not exist. */
 inline int64_t *stage_words(const solver_state *state, int64_t number)
 {
-    return static_cast<int64_t *>(get_from_c_structure(number, state));
+    return static_cast<int64_t *>(state_array(state, number));
 }
 
 /* The row order in array number (44, or a slice of 46), or null when the type has none. */

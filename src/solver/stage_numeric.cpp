@@ -43,14 +43,11 @@ void open_run(solver_call *call, int64_t ido_internal, numeric_run<value_t> *run
     if (cg_mode < 0) call->control->cgs_max_iterations = budget_cap_no_factor;
     run->budget = call->control->cgs_max_iterations;
     run->structure = state_structure(s);
-    run->map = stage_position_map(s);
-    run->lists = lists_view(s, &run->structure);
     run->store.lnz = static_cast<value_t *>(s->factor_current_l->data);
     run->store.unz = static_cast<value_t *>(s->factor_current_u->data);
     run->store.pivots = stage_words(s, array_pivots) + (call->matrix_number - 1) * call->neqns;
     run->store.diagonal = static_cast<value_t *>(s->scale_current_row->data);
     run->store.diagonal_unscaled = static_cast<value_t *>(s->scale_current_col->data);
-    run->files = stage_ooc_request(call, &run->structure);
 }
 } // namespace
 
@@ -78,6 +75,7 @@ bool open_store(numeric_run<value_t> *run, ooc_purpose purpose)
     const solver_call *call = run->call;
     run->store.pager = nullptr;
     if (call->ooc->core_mode != core_out) return true;
+    run->files = stage_ooc_request(call, &run->structure);
     run->store.pager = ooc_open(&run->files, purpose, run->store.lnz, call->state->ooc_buffer_u, run->store.unz, call->state->ooc_buffer_v);
     if (run->store.pager == nullptr && call->ooc->stage_error == code_memory) {
         call->ooc->stage_error = 0;
@@ -108,6 +106,8 @@ factor_input<value_t> factor_view(numeric_run<value_t> *run)
     const solver_call *call = run->call;
     const solver_state *s = call->state;
     const control_block *control = s->control;
+    run->map = stage_position_map(s);
+    run->lists = lists_view(s, &run->structure);
     factor_input<value_t> input{};
     input.matrix_type = control->matrix_type;
     input.nproc = run->store.pager == nullptr ? control->nproc : ooc_factor_threads(&run->files);

@@ -24,6 +24,7 @@ solve_input<value_t> solve_view(numeric_run<value_t> *run)
     input.pivoting = record->pivoting;
     input.nb = call->nb;
     input.threads = control->nproc;
+    input.entries_per_thread = solve_entries_per_thread;
     input.reproducible_units = control->reproducible_units;
     input.iparam25_copy = control->iparam25_copy;
     input.solve_step_code = control->solve_step_code;

@@ -25,5 +25,12 @@ void state_select(solver_state *state, int64_t matrix_number);
    factorization. Null for an array that does not exist yet; any other code prints a message and gives null. */
 void *get_from_c_structure(int64_t swtch, const solver_state *state);
 
+/* The same without a call, for numbers whose header is the handle's own. */
+inline void *state_array(const solver_state *state, int64_t number)
+{
+    const array_block *header = state->array[number];
+    return header != nullptr ? header->data : get_from_c_structure(number, state);
+}
+
 /* The view of the analysis results that the numeric rooms read. */
 supernodal_structure state_structure(const solver_state *state);

@@ -27,7 +27,7 @@ void *get_from_c_structure(int64_t swtch, const solver_state *state)
 
 supernodal_structure state_structure(const solver_state *state)
 {
-    const auto words = [state](int64_t number) { return static_cast<const int64_t *>(get_from_c_structure(number, state)); };
+    const auto words = [state](int64_t number) { return static_cast<const int64_t *>(state_array(state, number)); };
     const control_block &control = *state->control;
     return {control.neqns,        control.supernodes,  words(array_perm),  words(array_invp), words(array_xsuper),
             words(array_snode),   words(array_xlindx), words(array_lindx), words(array_xlnz), words(array_xunz),

@@ -173,6 +173,53 @@ TYPED_TEST(dense_factors, single_vector_steps_agree_with_loops)
     }
 }
 
+/* Catches: a place or a row list that is off by one within a supernode, a supernode lost where a run stops, steps without conjugation. */
+TYPED_TEST(dense_factors, narrow_supernodes_solve_their_system)
+{
+    using value_t = TypeParam;
+    const std::vector<int64_t> first = {1, 2, 3, 5, 13, 18, 19, 28};
+    const int64_t n = 27, supernodes = 7;
+    const block<value_t> a = positive_block<value_t>(n, n, 41), b(n, 1, 0, 42);
+    std::vector<int64_t> list_start = {1}, list, column_start;
+    std::vector<value_t> values;
+    std::vector<int32_t> program;
+    for (size_t s = 0; s < supernodes; ++s) {
+        for (int64_t i = first[s]; i <= n; ++i) list.push_back(i);
+        list_start.push_back(static_cast<int64_t>(list.size()) + 1);
+        for (int64_t c = first[s]; c < first[s + 1]; ++c) {
+            column_start.push_back(static_cast<int64_t>(values.size()) + 1);
+            for (int64_t i = first[s]; i <= n; ++i) values.push_back(a(i - 1, c - 1));
+        }
+    }
+    for (size_t s = 0; s < supernodes; ++s) {
+        program.push_back(static_cast<int32_t>(first[s + 1] - first[s]));
+        program.push_back(static_cast<int32_t>(n + 1 - first[s + 1]));
+        for (size_t t = s + 1; t < supernodes; ++t)
+            for (int64_t k = first[t]; k < first[t + 1]; ++k)
+                for (int64_t i = k; i <= n; ++i)
+                    program.push_back(static_cast<int32_t>(column_start[static_cast<size_t>(k - 1)] - 1 + i - first[t]));
+    }
+    for (const int32_t type : runnable_families()) {
+        const kernel_table<value_t> *table = dense_family_table<value_t>(type);
+        std::vector<value_t> lnz = values;
+        const auto entries = static_cast<int64_t>(lnz.size());
+        pushing_run<value_t> run = {program.data(), lnz.data(), 0, entries / 2, 0};
+        ASSERT_EQ(table->factor_pushing(&run, nullptr), 0);
+        run.end = entries;
+        ASSERT_EQ(table->factor_pushing(&run, nullptr), 0);
+        ASSERT_EQ(run.columns, n);
+        const narrow_factor<value_t> factor = {first.data(), list_start.data(), list.data(), column_start.data(), lnz.data()};
+        block<value_t> x = b, product = b;
+        table->narrow_forward(&factor, 1, supernodes, x.data());
+        table->narrow_backward(&factor, 1, supernodes, x.data());
+        for (int64_t i = 0; i < n; ++i) {
+            product(i, 0) = 0;
+            for (int64_t j = 0; j < n; ++j) product(i, 0) += (i < j ? conjugated(a(j, i), true) : a(i, j)) * x(j, 0);
+        }
+        expect_close(product, b, 60 * epsilon_of<value_t>(), "type " + std::to_string(type));
+    }
+}
+
 /* Catches: a row or column lost at the edge of a tile or of a cache block, a register count without a body, a wrong triangle or sign, the
    unused triangle or a unit diagonal that is read. */
 TYPED_TEST(dense_factors, interleaved_vectors_agree_with_loops)

@@ -5,6 +5,8 @@
 #include "dense/family/columns.h"
 #include "dense/family/getrf.h"
 #include "dense/family/interleaved.h"
+#include "dense/family/narrow_sweep.h"
+#include "dense/family/pushing.h"
 
 namespace WKL_FAMILY
 {
@@ -19,6 +21,7 @@ constexpr kernel_table<value_t> make_table()
             update<value_t>,
             update_blocks<value_t>,
             potrf_panel<value_t>,
+            factor_pushing<value_t>,
             getrf<value_t>,
             gemv<value_t>,
             dot<value_t>,
@@ -29,6 +32,8 @@ constexpr kernel_table<value_t> make_table()
             panel_backward<value_t>,
             columns_forward<value_t>,
             columns_backward<value_t>,
+            narrow_forward<value_t>,
+            narrow_backward<value_t>,
             interleaved_forward<value_t>,
             interleaved_backward<value_t>};
 }
