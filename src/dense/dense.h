@@ -260,9 +260,12 @@ struct interleaved_block {
     const value_t *panel; /* below by columns */
     int64_t panel_ld;
     const int64_t *row; /* [below] */
-    int64_t stride;     /* multiple of interleaved_lanes */
-    value_t *own;       /* [columns * stride] */
-    value_t *vectors;   /* row i of the panel belongs to the row of vectors at vectors + row[i] * stride */
+    int64_t width;      /* entries of a row that are worked on; multiple of interleaved_lanes, as stride */
+    int64_t stride;
+    value_t *own;     /* [columns * stride] */
+    value_t *vectors; /* row i of the panel belongs to the row of vectors at vectors + row[i] * stride */
+    int64_t near;     /* forward: the rows from this one on, from 0, belong to the same rows of beyond instead */
+    value_t *beyond;
 };
 
 /* own = inverse(l) own, for an upper triangle inverse(u') own; then vectors -= panel * own. */

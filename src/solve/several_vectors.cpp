@@ -10,71 +10,79 @@
 static constexpr int64_t stretch_bytes = int64_t{1} << 18;
 
 template <typename value_t>
-static interleaved_block<value_t> interleaved(const supernode_block<value_t> &b, block_triangle triangle, mirror kind, int64_t stride,
-                                              value_t *x)
+static interleaved_block<value_t> interleaved(const supernode_block<value_t> &b, block_triangle triangle, mirror kind,
+                                              const vector_panel<value_t> &p)
 {
-    return {triangle, kind, b.columns, b.below, b.diagonal, b.rows, b.panel, b.panel_ld, b.row, stride, x + b.first * stride, x};
+    return {triangle, kind,       b.columns, b.below, b.diagonal, b.rows,
+            b.panel,  b.panel_ld, b.row,     p.lanes, p.stride,   p.x + b.first * p.stride,
+            p.x,      b.below,    p.x};
 }
 
 template <typename value_t>
-static bool forward_block(const sweep<value_t> *w, int64_t number, int64_t last, int64_t stride, value_t *x)
+static bool forward_block(const sweep<value_t> *w, const vector_panel<value_t> &p, const supernode_range<value_t> &range, int64_t number)
 {
     const block_triangle triangle = triangle_of(w, true);
     supernode_block<value_t> b;
-    if (!open_supernode(w, number, last, triangle, &b)) return false;
-    const interleaved_block<value_t> block = interleaved(b, triangle, mirror::symmetric, stride, x);
+    if (!open_supernode(w, number, range.last, triangle, &b)) return false;
+    interleaved_block<value_t> block = interleaved(b, triangle, mirror::symmetric, p);
+    if (range.beyond != p.x) {
+        block.near = rows_up_to(b.below, b.row, w->structure->xsuper[range.last] - 1);
+        block.beyond = range.beyond;
+    }
     if (triangle == block_triangle::lower_unit)
-        exchange_rows(b.columns, w->store->pivots + (b.first - 1), false, stride, block.own, stride);
+        exchange_rows(b.columns, w->store->pivots + (b.first - 1), false, p.lanes, block.own, p.stride);
     kernel_interleaved_forward(&block);
     close_supernode(w, number, triangle, b);
     return true;
 }
 
 template <typename value_t>
-static bool backward_block(const sweep<value_t> *w, int64_t number, int64_t last, int64_t stride, value_t *x)
+static bool backward_block(const sweep<value_t> *w, const vector_panel<value_t> &p, const supernode_range<value_t> &range, int64_t number)
 {
     const block_triangle triangle = triangle_of(w, false);
     supernode_block<value_t> b;
-    if (!open_supernode(w, number, last, triangle, &b)) return false;
-    const interleaved_block<value_t> block = interleaved(b, triangle, w->hermitian ? mirror::hermitian : mirror::symmetric, stride, x);
+    if (!open_supernode(w, number, range.first, triangle, &b)) return false;
+    const interleaved_block<value_t> block = interleaved(b, triangle, w->hermitian ? mirror::hermitian : mirror::symmetric, p);
     const int64_t *const pivots = w->store->pivots + (b.first - 1);
     if (w->kind == factor_kind::ldlt && w->diagonal)
-        apply_inverse_diagonal(w->hermitian, b.columns, b.diagonal, b.rows, pivots, stride, block.own, stride);
+        apply_inverse_diagonal(w->hermitian, b.columns, b.diagonal, b.rows, pivots, p.lanes, block.own, p.stride);
     if (w->backward) {
         kernel_interleaved_backward(&block);
-        if (triangle == block_triangle::lower_unit) exchange_rows(b.columns, pivots, true, stride, block.own, stride);
+        if (triangle == block_triangle::lower_unit) exchange_rows(b.columns, pivots, true, p.lanes, block.own, p.stride);
     }
     close_supernode(w, number, triangle, b);
     return true;
 }
 
-/* Brings in the rows of a supernode and of its ancestors, as far as they are not in place. Those of `number` up to `last` are left to the
-   caller, and only marked; returns whether those of `number` are wanted. */
+/* Brings in the rows of a supernode and of its ancestors in the range, as far as they are not in place. Those of `number` up to `last` are
+   left to the caller, and only marked; returns whether those of `number` are wanted. */
 template <typename value_t>
-static bool gather_ancestors(const sweep<value_t> *w, const vector_panel<value_t> &p, int64_t number, int64_t last)
+static bool gather_ancestors(const sweep<value_t> *w, const vector_panel<value_t> &p, const supernode_range<value_t> &range, int64_t number,
+                             int64_t last)
 {
     const supernodal_structure &s = *w->structure;
     const auto mark = [&](int64_t k) {
-        uint64_t &word = p.in_place[(k - 1) / 64];
-        const uint64_t bit = uint64_t{1} << ((k - 1) % 64);
+        uint64_t &word = range.in_place[(k - range.first) / 64];
+        const uint64_t bit = uint64_t{1} << ((k - range.first) % 64);
         const bool fresh = (word & bit) == 0;
         word |= bit;
         return fresh;
     };
     if (!mark(number)) return false; /* and so are the ancestors */
-    for (int64_t up = s.sparent[number - 1]; up > last && mark(up); up = s.sparent[up - 1])
+    for (int64_t up = s.sparent[number - 1]; up > last && up <= range.last && mark(up); up = s.sparent[up - 1])
         gather_rows(w, p, s.xsuper[up - 1], s.xsuper[up] - 1);
     return true;
 }
 
-/* All rows that the supernodes first..last work on. */
+/* All rows of the range that its supernodes first..last work on. */
 template <typename value_t>
-static void gather_stretch(const sweep<value_t> *w, const vector_panel<value_t> &p, int64_t first, int64_t last)
+static void gather_stretch(const sweep<value_t> *w, const vector_panel<value_t> &p, const supernode_range<value_t> &range, int64_t first,
+                           int64_t last)
 {
     const supernodal_structure &s = *w->structure;
     int64_t wanted = first; /* rows of wanted..number - 1 are to be brought in together */
     for (int64_t number = first; number <= last; ++number) {
-        if (gather_ancestors(w, p, number, last)) continue;
+        if (gather_ancestors(w, p, range, number, last)) continue;
         gather_rows(w, p, s.xsuper[wanted - 1], s.xsuper[number - 1] - 1);
         wanted = number + 1;
     }
@@ -82,33 +90,33 @@ static void gather_stretch(const sweep<value_t> *w, const vector_panel<value_t> 
 }
 
 template <typename value_t>
-static bool forward_sweep(const sweep<value_t> *w, const vector_panel<value_t> &p, bool gathers)
+bool forward_range(const sweep<value_t> *w, const vector_panel<value_t> &p, const supernode_range<value_t> &range)
 {
     const supernodal_structure &s = *w->structure;
-    const int64_t rows = stretch_bytes / (p.stride * static_cast<int64_t>(sizeof(value_t)));
-    for (int64_t word = 0; gathers && word < gathered_words(s.supernodes); ++word) p.in_place[word] = 0;
-    for (int64_t number = w->window.forward_first_supernode; number <= s.supernodes;) {
+    const int64_t rows = stretch_bytes / (p.lanes * static_cast<int64_t>(sizeof(value_t)));
+    for (int64_t word = 0; range.gathers && word < gathered_words(range.last - range.first + 1); ++word) range.in_place[word] = 0;
+    for (int64_t number = range.first; number <= range.last;) {
         int64_t end = number;
-        while (end < s.supernodes && s.xsuper[end + 1] - s.xsuper[number - 1] <= rows) ++end;
-        if (gathers) gather_stretch(w, p, number, end);
+        while (end < range.last && s.xsuper[end + 1] - s.xsuper[number - 1] <= rows) ++end;
+        if (range.gathers) gather_stretch(w, p, range, number, end);
         for (; number <= end; ++number)
-            if (!forward_block(w, number, s.supernodes, p.stride, p.x)) return false;
+            if (!forward_block(w, p, range, number)) return false;
     }
     return true;
 }
 
 template <typename value_t>
-static bool backward_sweep(const sweep<value_t> *w, const vector_panel<value_t> &p, bool scatters)
+bool backward_range(const sweep<value_t> *w, const vector_panel<value_t> &p, const supernode_range<value_t> &range)
 {
     const supernodal_structure &s = *w->structure;
-    const int64_t rows = stretch_bytes / (p.stride * static_cast<int64_t>(sizeof(value_t))), last = w->window.backward_last_supernode;
-    for (int64_t number = s.supernodes; number >= last;) {
+    const int64_t rows = stretch_bytes / (p.lanes * static_cast<int64_t>(sizeof(value_t)));
+    for (int64_t number = range.last; number >= range.first;) {
         const int64_t from = number;
         int64_t end = number;
-        while (end > last && s.xsuper[from] - s.xsuper[end - 2] <= rows) --end;
+        while (end > range.first && s.xsuper[from] - s.xsuper[end - 2] <= rows) --end;
         for (; number >= end; --number)
-            if (!backward_block(w, number, last, p.stride, p.x)) return false;
-        if (scatters) scatter_rows(w, p, s.xsuper[end - 1], s.xsuper[from] - 1);
+            if (!backward_block(w, p, range, number)) return false;
+        if (range.scatters) scatter_rows(w, p, s.xsuper[end - 1], s.xsuper[from] - 1);
     }
     return true;
 }
@@ -117,18 +125,22 @@ static bool backward_sweep(const sweep<value_t> *w, const vector_panel<value_t> 
 template <typename value_t>
 bool solve_several(const sweep<value_t> *w, const vector_panel<value_t> &p)
 {
-    const solve_window &window = w->window;
-    const bool whole = w->store->pager == nullptr && window.gather_first_row == 1 && window.scatter_first_row == 1 &&
-                       window.forward_first_supernode == 1 && window.backward_last_supernode == 1 && window.zero_from > window.zero_to;
-    const bool gathers = whole && w->forward, backward = w->diagonal || w->backward, scatters = whole && backward;
-    if (!gathers) gather_window(w, p);
-    if (w->forward && !forward_sweep(w, p, gathers)) return false;
-    if (backward && !backward_sweep(w, p, scatters)) return false;
-    if (!scatters) scatter_window(w, p);
+    const bool whole = sweeps_whole(w), backward = w->diagonal || w->backward;
+    const int64_t supernodes = w->structure->supernodes;
+    supernode_range<value_t> range = {
+        w->window.forward_first_supernode, supernodes, p.x, p.in_place, whole && w->forward, whole && backward};
+    if (!range.gathers) gather_window(w, p);
+    if (w->forward && !forward_range(w, p, range)) return false;
+    range.first = w->window.backward_last_supernode;
+    if (backward && !backward_range(w, p, range)) return false;
+    if (!range.scatters) scatter_window(w, p);
     return true;
 }
 
-#define INSTANTIATE(V) template bool solve_several<V>(const sweep<V> *, const vector_panel<V> &);
+#define INSTANTIATE(V)                                                                                                                     \
+    template bool forward_range<V>(const sweep<V> *, const vector_panel<V> &, const supernode_range<V> &);                                 \
+    template bool backward_range<V>(const sweep<V> *, const vector_panel<V> &, const supernode_range<V> &);                                \
+    template bool solve_several<V>(const sweep<V> *, const vector_panel<V> &);
 INSTANTIATE(double)
 INSTANTIATE(float)
 INSTANTIATE(std::complex<double>)

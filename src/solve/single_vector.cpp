@@ -2,21 +2,6 @@
    handled here, without a call, since on two-dimensional grids they are most of all supernodes. */
 #include "solve/solve_internal.h"
 
-/* Rows of list (ascending) that are at most last_row. */
-static int64_t rows_up_to(int64_t count, const int64_t *list, int64_t last_row)
-{
-    if (count < 1 || list[count - 1] <= last_row) return count;
-    int64_t low = 0, high = count - 1; /* list[high] > last_row */
-    while (low < high) {
-        const int64_t middle = (low + high) / 2;
-        if (list[middle] > last_row)
-            high = middle;
-        else
-            low = middle + 1;
-    }
-    return low;
-}
-
 /* The work of a supernode of few columns is of the size of a kernel call: below this width the loops stand here. */
 static constexpr int64_t inline_columns = 4;
 

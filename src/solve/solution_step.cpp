@@ -46,8 +46,7 @@ static void choose_transfers(const solve_input<value_t> *in, sweep<value_t> *w)
     if (column_used && scaled) column_side->scale = in->scale_col;
 }
 
-/* The leaf domains must follow each other without a gap, and the last must end at the last supernode or the separators begin after it. */
-static bool domains_chain(const supernodal_structure *s)
+bool domains_chain(const supernodal_structure *s)
 {
     int64_t end = 0;
     for (int64_t d = 1; d <= s->domains; ++d) {
@@ -118,28 +117,49 @@ static constexpr int64_t row_stride(int64_t width)
     return width == 1 ? 1 : (width + lanes - 1) / lanes * lanes;
 }
 
-/* Entries that the working vectors of a pass and the bits behind them take; the bits are aligned as the rows are. */
+/* Entries that the working vectors of a pass, the copies of separator rows and the bits behind them take; the bits are aligned as the rows
+   are. */
 template <typename value_t>
-static int64_t panel_entries(const supernodal_structure *s, int64_t width)
+static int64_t panel_entries(const supernodal_structure *s, int64_t width, const domain_split &split)
 {
     constexpr int64_t in_a_word = static_cast<int64_t>(sizeof(uint64_t)) / static_cast<int64_t>(sizeof(value_t));
-    const int64_t rows = (s->neqns + 1) * row_stride<value_t>(width);
+    const int64_t copies = split.threads > 1 ? split.threads * split.top_rows : 0;
+    const int64_t rows = (s->neqns + 1 + copies) * row_stride<value_t>(width);
     if (width == 1) return rows;
-    const int64_t words = (gathered_words(s->supernodes) + 3) / 4 * 4;
+    const int64_t words = (gathered_words(s->supernodes) + split.threads + 3) / 4 * 4;
     return rows + (in_a_word > 0 ? words * in_a_word : words);
 }
+static constexpr domain_split no_split = {1, 0, 0, 0};
 
 template <typename value_t>
-static vector_panel<value_t> panel_of(const solve_input<value_t> *in, int64_t first, int64_t width, value_t *work)
+static vector_panel<value_t> panel_of(const solve_input<value_t> *in, int64_t first, int64_t width, const domain_split &split,
+                                      value_t *work)
 {
     const int64_t n = in->structure->neqns, stride = row_stride<value_t>(width);
+    const int64_t rows = n + 1 + (split.threads > 1 ? split.threads * split.top_rows : 0);
     return {n,
             width,
+            stride,
             stride,
             in->b + first * n,
             (in->overwrite_rhs == 1 ? in->b : in->x) + first * n,
             work,
-            width == 1 ? nullptr : reinterpret_cast<uint64_t *>(work + (n + 1) * stride)};
+            width == 1 ? nullptr : reinterpret_cast<uint64_t *>(work + rows * stride)};
+}
+
+/* Below the first order threads meet too often. Below the second, vectors and factors stay in the caches of each thread: when there are
+   enough vectors to share out, that takes less. */
+static constexpr int64_t split_least_order = 500, split_cached_order = 10000, split_cached_share = 16;
+
+/* Domains side by side, if they can be used; each thread must have vectors to work on in the separators. */
+template <typename value_t>
+static domain_split choose_split(const solve_input<value_t> *in, const sweep<value_t> *w)
+{
+    const int64_t registers = row_stride<value_t>(panel_width(in->nb, 1)) / interleaved_lanes<value_t>;
+    const bool usable = in->threads >= 2 && in->threads <= registers &&
+                        in->structure->neqns >= (in->nb / in->threads >= split_cached_share ? split_cached_order : split_least_order) &&
+                        in->reproducible_units == 0 && in->iparam25_copy != 1 && w->forward && w->backward && sweeps_whole(w);
+    return usable ? split_domains(in->structure, in->threads) : no_split;
 }
 
 template <typename value_t>
@@ -158,11 +178,11 @@ static bool solve_panels(const solve_input<value_t> *in, const sweep<value_t> *w
     const int64_t threads = several_vector_threads(in), width = panel_width(in->nb, threads);
     const int64_t panels = (in->nb + width - 1) / width, team = panels < threads ? panels : threads;
     const auto share = [=](int64_t t) {
-        value_t *const own = work + t * panel_entries<value_t>(in->structure, width);
+        value_t *const own = work + t * panel_entries<value_t>(in->structure, width, no_split);
         bool complete = true;
         for (int64_t panel = t; panel < panels && complete; panel += team) {
             const int64_t first = panel * width, rest = in->nb - first;
-            complete = solve_panel(w, panel_of(in, first, rest < width ? rest : width, own));
+            complete = solve_panel(w, panel_of(in, first, rest < width ? rest : width, no_split, own));
         }
         return complete;
     };
@@ -174,9 +194,22 @@ static bool solve_panels(const solve_input<value_t> *in, const sweep<value_t> *w
 }
 
 template <typename value_t>
+static bool solve_split(const solve_input<value_t> *in, const sweep<value_t> *w, const domain_split &split, value_t *work)
+{
+    const int64_t most = panel_width(in->nb, 1);
+    for (int64_t first = 0; first < in->nb; first += most) {
+        const int64_t width = in->nb - first < most ? in->nb - first : most;
+        const bool complete = width == 1 ? solve_panel(w, panel_of(in, first, width, no_split, work))
+                                         : solve_several_parallel(w, split, panel_of(in, first, width, split, work));
+        if (!complete) return false;
+    }
+    return true;
+}
+
+template <typename value_t>
 static bool solve_one(const solve_input<value_t> *in, const sweep<value_t> *w, int64_t threads, value_t *work)
 {
-    const vector_panel<value_t> p = panel_of(in, 0, 1, work);
+    const vector_panel<value_t> p = panel_of(in, 0, 1, no_split, work);
     if (threads == 1) return solve_panel(w, p);
     gather_window(w, p);
     const bool complete = solve_single_parallel(w, threads, work + 1, work + p.n + 1);
@@ -188,8 +221,9 @@ int64_t solve_work_entries(const supernodal_structure *s, int64_t nb, int64_t th
 {
     const int64_t team = threads < 1 ? 1 : threads, n = s->neqns;
     if (nb <= 1) return team > 1 ? (std::min(team, most_single_threads) + 1) * (n + 1) : n + 1;
-    const int64_t parts = team < nb ? team : nb;
-    return parts * panel_entries<float>(s, panel_width(nb, parts)); /* of the longest rows, those of the shortest type */
+    const int64_t parts = team < nb ? team : nb; /* below: of the longest rows, those of the shortest type */
+    return std::max(parts * panel_entries<float>(s, panel_width(nb, parts), no_split),
+                    panel_entries<float>(s, panel_width(nb, 1), split_domains(s, team)));
 }
 
 template <typename value_t>
@@ -216,7 +250,10 @@ int64_t solution_step(const solve_input<value_t> *in)
         if (own == nullptr) return -2;
         work = own;
     }
-    const bool complete = in->nb == 1 ? solve_one(in, &w, single_threads, work) : solve_panels(in, &w, work);
+    const domain_split split = in->nb == 1 ? no_split : choose_split(in, &w);
+    const bool complete = in->nb == 1         ? solve_one(in, &w, single_threads, work)
+                          : split.threads > 1 ? solve_split(in, &w, split, work)
+                                              : solve_panels(in, &w, work);
     service_free_direct(own);
     return complete ? 0 : -1;
 }

@@ -123,6 +123,21 @@ inline void close_supernode(const sweep<value_t> *w, int64_t number, block_trian
     release_block(*w->store, factor_side::lower, number, block_use::read);
 }
 
+/* Rows of list (ascending) that are at most last_row. */
+inline int64_t rows_up_to(int64_t count, const int64_t *list, int64_t last_row)
+{
+    if (count < 1 || list[count - 1] <= last_row) return count;
+    int64_t low = 0, high = count - 1; /* list[high] > last_row */
+    while (low < high) {
+        const int64_t middle = (low + high) / 2;
+        if (list[middle] > last_row)
+            high = middle;
+        else
+            low = middle + 1;
+    }
+    return low;
+}
+
 /* ---- one vector: entry i of x is row i of the factored matrix; false when a block could not be had ---- */
 
 /* Forward steps of the supernodes first..last. Updates of rows past last_row go to beyond (length n, indexed as x), the others to x. */
@@ -150,16 +165,54 @@ inline constexpr int64_t solve_width_limit = 32;
 template <typename value_t>
 struct vector_panel {
     int64_t n, width;
-    int64_t stride;     /* 1, or a multiple of interleaved_lanes of which width are used */
+    int64_t stride;     /* 1, or a multiple of interleaved_lanes */
+    int64_t lanes;      /* the entries of a row that are worked on: width, rounded up to such a multiple */
     value_t *rhs;       /* the caller's first vector of this pass; vectors are n apart */
     value_t *solution;  /* where its result goes; may be rhs */
     value_t *x;         /* [(n + 1) * stride] */
-    uint64_t *in_place; /* several vectors: one bit for each supernode, gathered_words of them */
+    uint64_t *in_place; /* several vectors: one bit for each supernode */
 };
 inline int64_t gathered_words(int64_t supernodes)
 {
     return (supernodes + 63) / 64;
 }
+
+/* Supernodes that one thread takes with several vectors. Updates of rows past the last one's go to beyond, indexed as x. */
+template <typename value_t>
+struct supernode_range {
+    int64_t first, last;
+    value_t *beyond;
+    uint64_t *in_place; /* a bit for each of them */
+    bool gathers, scatters;
+};
+template <typename value_t>
+bool forward_range(const sweep<value_t> *w, const vector_panel<value_t> &p, const supernode_range<value_t> &range);
+template <typename value_t>
+bool backward_range(const sweep<value_t> *w, const vector_panel<value_t> &p, const supernode_range<value_t> &range);
+
+/* Do the sweeps run over all rows and supernodes, with every block in memory? */
+template <typename value_t>
+inline bool sweeps_whole(const sweep<value_t> *w)
+{
+    const solve_window &window = w->window;
+    return w->store->pager == nullptr && window.gather_first_row == 1 && window.scatter_first_row == 1 &&
+           window.forward_first_supernode == 1 && window.backward_last_supernode == 1 && window.zero_from > window.zero_to;
+}
+
+/* Do the leaf domains follow each other without a gap, with the separators behind them up to the last supernode? */
+bool domains_chain(const supernodal_structure *s);
+
+/* Several vectors with the domains of a thread side by side, see several_parallel.cpp. */
+struct domain_split {
+    int64_t threads;  /* 1: not to be used */
+    int64_t last;     /* last supernode of the domains */
+    int64_t top_row;  /* first row behind them */
+    int64_t top_rows; /* each thread has its own copies of these */
+};
+domain_split split_domains(const supernodal_structure *s, int64_t threads);
+/* p.x has threads * top_rows more rows. */
+template <typename value_t>
+bool solve_several_parallel(const sweep<value_t> *w, const domain_split &split, const vector_panel<value_t> &p);
 
 /* Rows first..last into the working vectors and out of them; and the rows of the window, with those to be cleared. */
 template <typename value_t>

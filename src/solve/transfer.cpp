@@ -93,9 +93,9 @@ static void transfer_vectors(const transfer_rule &rule, int64_t first, int64_t l
         int64_t k = 0;
         for (; k + 4 <= p.width; k += 4) transfer_entries<way, 4>(rule, block, p.n, p.stride, inside + k, outside + k * p.n);
         for (; k < p.width; ++k) transfer_entries<way, 1>(rule, block, p.n, p.stride, inside + k, outside + k * p.n);
-        if (way == direction::scatter || p.width == p.stride) continue;
+        if (way == direction::scatter || p.width == p.lanes) continue;
         for (int64_t i = 0; i < block.count; ++i)
-            for (k = p.width; k < p.stride; ++k) inside[i * p.stride + k] = value_t(0);
+            for (k = p.width; k < p.lanes; ++k) inside[i * p.stride + k] = value_t(0);
     }
 }
 

@@ -221,7 +221,7 @@ TYPED_TEST(dense_factors, narrow_supernodes_solve_their_system)
 }
 
 /* Catches: a row or column lost at the edge of a tile or of a cache block, a register count without a body, a wrong triangle or sign, the
-   unused triangle or a unit diagonal that is read. */
+   unused triangle or a unit diagonal that is read, work on vectors beyond the width. */
 TYPED_TEST(dense_factors, interleaved_vectors_agree_with_loops)
 {
     using value_t = TypeParam;
@@ -230,7 +230,7 @@ TYPED_TEST(dense_factors, interleaved_vectors_agree_with_loops)
             for (const auto triangle : {block_triangle::lower, block_triangle::lower_unit, block_triangle::upper})
                 for (const bool backward : {false, true}) {
                     const int64_t q = sizes[0], w = sizes[1]; /* rows and columns of the panel */
-                    const int64_t stride = (q % 2 == 0 ? 7 : 4) * interleaved_lanes<value_t>;
+                    const int64_t width = (q % 2 == 0 ? 7 : 4) * interleaved_lanes<value_t>, stride = width + interleaved_lanes<value_t>;
                     const bool upper = triangle == block_triangle::upper, unit = triangle == block_triangle::lower_unit;
                     const bool conjugate = backward && !upper;
                     block<value_t> t(w, w, 1, 31), panel(q, w, 2, 32), own(stride, w, 0, 33), vectors(stride, 2 * q + 2, 0, 34);
@@ -252,7 +252,7 @@ TYPED_TEST(dense_factors, interleaved_vectors_agree_with_loops)
                                     y -= panel(i, j) * own0(k, j);
                             }
                     };
-                    for (int64_t k = 0; k < stride; ++k) {
+                    for (int64_t k = 0; k < width; ++k) {
                         if (backward) through_panel(k);
                         for (int64_t a = 0; a < w; ++a) {
                             const int64_t j = backward ? w - 1 - a : a;
@@ -273,8 +273,11 @@ TYPED_TEST(dense_factors, interleaved_vectors_agree_with_loops)
                                                           panel.data(),
                                                           panel.ld,
                                                           row.data(),
+                                                          width,
                                                           stride,
                                                           own.data(),
+                                                          vectors.data(),
+                                                          q / 2,
                                                           vectors.data()};
                     const kernel_table<value_t> *table = dense_family_table<value_t>(type);
                     (backward ? table->interleaved_backward : table->interleaved_forward)(&b);

@@ -127,7 +127,8 @@ template <typename value_t>
 struct interleaved_panel {
     const real_of<value_t> *panel;
     int64_t ld;
-    int64_t stride; /* reals of a row of the vectors, a multiple of lanes */
+    int64_t reals; /* of a row of the vectors, a multiple of lanes */
+    int64_t stride;
     vec<real_of<value_t>> sign;
 };
 
@@ -186,22 +187,22 @@ struct register_count {
 
 /* Run tile(at, vectors) over all registers of a row, at most so many at a time (up to 8). */
 template <typename value_t, int most = interleaved_vectors<value_t>, typename tile_t>
-DENSE_INLINE void over_registers(int64_t stride, const tile_t &tile)
+DENSE_INLINE void over_registers(int64_t reals, const tile_t &tile)
 {
     constexpr int64_t lane = lanes<real_of<value_t>>;
     int64_t at = 0;
-    for (; at + most * lane <= stride; at += most * lane) tile(at, register_count<most>{});
+    for (; at + most * lane <= reals; at += most * lane) tile(at, register_count<most>{});
     if constexpr (most > 4) {
-        if (at + 4 * lane <= stride) {
+        if (at + 4 * lane <= reals) {
             tile(at, register_count<4>{});
             at += 4 * lane;
         }
     }
-    if (at + 2 * lane <= stride) {
+    if (at + 2 * lane <= reals) {
         tile(at, register_count<2>{});
         at += 2 * lane;
     }
-    if (at < stride) tile(at, register_count<1>{});
+    if (at < reals) tile(at, register_count<1>{});
 }
 
 /* Ask for the lines of two columns of a block that comes next. */
@@ -235,13 +236,13 @@ void update_rows(const interleaved_panel<value_t> &whole, int64_t q, int64_t dep
             for (; i + interleaved_entries <= end; i += interleaved_entries) {
                 prefetch_columns(next, next_rows * width, p.ld * width);
                 next += 2 * p.ld * width;
-                over_registers<value_t>(p.stride, [&](int64_t at, auto vectors) {
+                over_registers<value_t>(p.reals, [&](int64_t at, auto vectors) {
                     rows_tile<value_t, listed, interleaved_entries, vectors.value>(p, i, columns, from, y, at);
                 });
             }
             for (; i < end; ++i)
                 over_registers<value_t>(
-                    p.stride, [&](int64_t at, auto vectors) { rows_tile<value_t, listed, 1, vectors.value>(p, i, columns, from, y, at); });
+                    p.reals, [&](int64_t at, auto vectors) { rows_tile<value_t, listed, 1, vectors.value>(p, i, columns, from, y, at); });
         }
     }
 }
@@ -261,25 +262,25 @@ void update_columns(const interleaved_panel<value_t> &p, int64_t q, int64_t colu
                 prefetch_columns(next, (end - top) * width, p.ld * width);
                 prefetch_columns(next + 2 * p.ld * width, (end - top) * width, 0);
             }
-            over_registers<value_t>(p.stride, [&](int64_t at, auto vectors) {
+            over_registers<value_t>(p.reals, [&](int64_t at, auto vectors) {
                 columns_tile<value_t, listed, interleaved_entries, vectors.value>(p, j, top, end, y, x, at);
             });
         }
         for (; j < columns; ++j)
             over_registers<value_t>(
-                p.stride, [&](int64_t at, auto vectors) { columns_tile<value_t, listed, 1, vectors.value>(p, j, top, end, y, x, at); });
+                p.reals, [&](int64_t at, auto vectors) { columns_tile<value_t, listed, 1, vectors.value>(p, j, top, end, y, x, at); });
     }
 }
 
 /* y -= f * x, or y *= f, for one row of the vectors; f as its reals. */
 template <typename value_t, bool scale>
-DENSE_INLINE void combine_rows(int64_t stride, const real_of<value_t> *f, const real_of<value_t> *x, real_of<value_t> *y)
+DENSE_INLINE void combine_rows(int64_t reals, const real_of<value_t> *f, const real_of<value_t> *x, real_of<value_t> *y)
 {
     using real_t = real_of<value_t>;
     const vec<real_t> even = broadcast(scale ? f[0] : -f[0]);
     vec<real_t> odd = even;
     if constexpr (is_complex<value_t>) odd = scale ? broadcast_pair<real_t>(-f[1], f[1]) : broadcast_pair<real_t>(f[1], -f[1]);
-    for (int64_t k = 0; k < stride; k += lanes<real_t>) {
+    for (int64_t k = 0; k < reals; k += lanes<real_t>) {
         const vec<real_t> v = load(x + k);
         vec<real_t> sum = scale ? v * even : madd(v, even, load(y + k));
         if constexpr (is_complex<value_t>) sum = madd(swap_pairs(v), odd, sum);
@@ -320,14 +321,14 @@ void solve_interleaved_block(const triangle_walk &walk, const interleaved_panel<
             real_t f[2];
             if (!walk.unit) {
                 reciprocal<value_t>(t.panel + (j + j * t.ld) * width, walk.conjugate, f);
-                combine_rows<value_t, true>(t.stride, f, found, found);
+                combine_rows<value_t, true>(t.reals, f, found, found);
             }
             for (int64_t r = k + 1; r < few; ++r) {
                 const int64_t i = walk.ascending ? start + r : start + few - 1 - r;
                 const real_t *const entry = t.panel + (walk.by_rows ? i + j * t.ld : j + i * t.ld) * width;
                 f[0] = entry[0];
                 if constexpr (is_complex<value_t>) f[1] = walk.conjugate ? -entry[1] : entry[1];
-                combine_rows<value_t, false>(t.stride, f, found, x + i * t.stride);
+                combine_rows<value_t, false>(t.reals, f, found, x + i * t.stride);
             }
         }
     }
@@ -359,11 +360,11 @@ void solve_interleaved(const triangle_walk &walk, const interleaved_panel<value_
 }
 
 template <typename value_t>
-DENSE_INLINE interleaved_panel<value_t> panel_view(const value_t *panel, int64_t ld, int64_t stride, bool conjugate)
+DENSE_INLINE interleaved_panel<value_t> panel_view(const interleaved_block<value_t> &b, const value_t *panel, int64_t ld, bool conjugate)
 {
     using real_t = real_of<value_t>;
     const real_t s = conjugate ? 1 : -1;
-    return {as_real(panel), ld, stride * parts<value_t>, broadcast_pair<real_t>(s, -s)};
+    return {as_real(panel), ld, b.width * parts<value_t>, b.stride * parts<value_t>, broadcast_pair<real_t>(s, -s)};
 }
 
 /* Supernodes of one column, real values: the own row stays in registers while the rows below pass, and no tile is set up for them. */
@@ -378,12 +379,16 @@ DENSE_INLINE void column_forward(const interleaved_block<real_t> &b, real_t fact
         own[v] = load(b.own + at + v * lanes<real_t>) * broadcast(factor);
         store(b.own + at + v * lanes<real_t>, own[v]);
     }
-    for (int64_t i = 0; i < b.below; ++i) {
-        real_t *const y = b.vectors + b.row[i] * b.stride + at;
-        const vec<real_t> entry = broadcast(b.panel[i]);
-        DENSE_UNROLL
-        for (int v = 0; v < vectors; ++v) store(y + v * lanes<real_t>, nmadd(own[v], entry, load(y + v * lanes<real_t>)));
-    }
+    const auto update = [&](int64_t from, int64_t end, real_t *base) {
+        for (int64_t i = from; i < end; ++i) {
+            real_t *const y = base + b.row[i] * b.stride + at;
+            const vec<real_t> entry = broadcast(b.panel[i]);
+            DENSE_UNROLL
+            for (int v = 0; v < vectors; ++v) store(y + v * lanes<real_t>, nmadd(own[v], entry, load(y + v * lanes<real_t>)));
+        }
+    };
+    update(0, b.near, b.vectors);
+    update(b.near, b.below, b.beyond);
 }
 
 /* The first row below is the one found last. */
@@ -407,7 +412,7 @@ template <bool forward, typename real_t>
 void interleaved_column(const interleaved_block<real_t> &b)
 {
     const real_t factor = b.triangle == block_triangle::lower_unit ? real_t{1} : real_t{1} / b.diagonal[0];
-    over_registers<real_t, column_vectors>(b.stride, [&](int64_t at, auto vectors) {
+    over_registers<real_t, column_vectors>(b.width, [&](int64_t at, auto vectors) {
         if constexpr (forward)
             column_forward<real_t, vectors.value>(b, factor, at);
         else
@@ -422,10 +427,13 @@ void interleaved_forward(const interleaved_block<value_t> *b)
         if (b->columns == 1) return interleaved_column<true>(*b);
     }
     const bool upper = b->triangle == block_triangle::upper;
-    const interleaved_panel<value_t> t = panel_view(b->diagonal, b->diagonal_ld, b->stride, false);
+    const interleaved_panel<value_t> t = panel_view(*b, b->diagonal, b->diagonal_ld, false);
     solve_interleaved<value_t>({!upper, true, b->triangle == block_triangle::lower_unit, false}, t, b->columns, as_real(b->own));
-    const interleaved_panel<value_t> p = panel_view(b->panel, b->panel_ld, b->stride, false);
-    update_rows<value_t, true>(p, b->below, b->columns, as_real(b->own), {as_real(b->vectors), b->row, p.stride});
+    interleaved_panel<value_t> p = panel_view(*b, b->panel, b->panel_ld, false);
+    update_rows<value_t, true>(p, b->near, b->columns, as_real(b->own), {as_real(b->vectors), b->row, p.stride});
+    if (b->near == b->below) return;
+    p.panel += b->near * parts<value_t>;
+    update_rows<value_t, true>(p, b->below - b->near, b->columns, as_real(b->own), {as_real(b->beyond), b->row + b->near, p.stride});
 }
 
 template <typename value_t>
@@ -435,9 +443,9 @@ void interleaved_backward(const interleaved_block<value_t> *b)
         if (b->columns == 1) return interleaved_column<false>(*b);
     }
     const bool upper = b->triangle == block_triangle::upper, conjugate = b->kind == mirror::hermitian;
-    const interleaved_panel<value_t> p = panel_view(b->panel, b->panel_ld, b->stride, conjugate);
+    const interleaved_panel<value_t> p = panel_view(*b, b->panel, b->panel_ld, conjugate);
     update_columns<value_t, true>(p, b->below, b->columns, {as_real(b->vectors), b->row, p.stride}, as_real(b->own));
-    const interleaved_panel<value_t> t = panel_view(b->diagonal, b->diagonal_ld, b->stride, conjugate);
+    const interleaved_panel<value_t> t = panel_view(*b, b->diagonal, b->diagonal_ld, conjugate);
     solve_interleaved<value_t>({upper, false, b->triangle == block_triangle::lower_unit, conjugate}, t, b->columns, as_real(b->own));
 }
 
