@@ -128,12 +128,13 @@ extern "C" {
                         1  only marked rows of B are read, and only marked rows of X are written
                         2  only marked rows of B are read (others count as 0), and all of X is written
                         3  all of B is read, and only marked rows of X are written
-                      No refinement takes place then.
+                      No refinement takes place then. With matching, types 11 and 13 take for a marked row of B (of X, when the system
+                      is transposed) the one that was permuted to the diagonal of the marked unknown: iparam(13) 0 leaves rows as marked.
                       After a failed check of iparam(27): position of the finding.
    iparam(32)  out    after a failed check: left value of the finding
    iparam(33)  out    after a failed check: right value of the finding
    iparam(34)  inout  reproducible results on a number of work units. 0* at entry: set to -1, or to the number of cores when a
-                      reproducibility branch is set by WKL_CBWR. Positive: bits do not depend on the number of threads.
+                      reproducibility branch is set by WKL_CBWR. Positive: bits do not depend on the number of threads (in core).
    iparam(35)  in     0*: ia, ja and perm are 1-based; not 0: they are 0-based, and are copied
    iparam(48)  inout  see iparam(31)
    iparam(50)  out    becomes 0
