@@ -36,7 +36,7 @@ struct kernel_table {
 };
 
 /* Bytes that the blocked kernels of every family use of `work`. */
-inline constexpr int64_t kernel_work_bytes = int64_t{1} << 20;
+inline constexpr int64_t kernel_work_bytes = int64_t{9} << 17;
 
 /* The table of the family that runs here: chosen once, by processor type, reproducibility branch and feature word. */
 template <typename value_t>

@@ -2,9 +2,9 @@
    whole or lower.
 
    The depths of all pairs form one long depth, cut at multiples of depth_block. For each cut the right operand is laid out in tiles
-   (depth by tile_columns); then each strip of rows (depth by tile_rows), in the first level cache, meets the column tiles, in the second.
-   A strip is laid out while its first tile is computed. An operand that already has its tile direction contiguous and a small depth is
-   used where it lies. */
+   (depth by tile_columns), then one block after the other of a few strips of rows (depth by tile_rows). The strips of a block meet a group
+   of column tiles, both in the second level cache, a strip in the first; then the next group. An operand that already has its tile
+   direction contiguous and a small depth is used where it lies. */
 #pragma once
 
 #include "dense/family/tile.h"
@@ -36,7 +36,8 @@ constexpr int64_t depth_block = 256;
 /* A buffer for packed operands, in reals. */
 template <typename real_t>
 struct pack_buffer {
-    real_t *a; /* a strip of depth_block */
+    real_t *a;
+    int64_t a_strips; /* strips of depth_block that fit into a */
     real_t *b;
     int64_t b_tiles; /* column tiles of depth_block that fit into b */
 };
@@ -46,20 +47,24 @@ constexpr int64_t strip_reals = tile_rows<real_t> *depth_block;
 template <typename real_t>
 constexpr int64_t tile_reals = tile_columns *depth_block;
 
-/* Column tiles that every strip meets in turn: 256 columns of depth_block, so that the 512 of a wide target go in two parts. They fill a
-   second level cache of 512 KB. */
-constexpr int64_t work_tiles = 64;
-
-/* Strips whose rows are asked for together, so that lines are taken whole. */
+/* Strips of a block: their rows are laid out together, since each depth lies on a page of its own, and asked for together, so that lines
+   are taken whole. */
 constexpr int64_t block_strips = 4;
+
+/* Column tiles that are laid out at once: the 512 columns of a wide target, for which the rows are then laid out once. They come from the
+   third level cache. */
+constexpr int64_t work_tiles = 128;
+/* Those that the strips of a block meet in turn: 128 KB, which with a block (96 KB) leaves room in a second level cache of 512 KB, even
+   when another thread of the core takes half of it. */
+constexpr int64_t group_tiles = 16;
 
 template <typename real_t>
 DENSE_INLINE pack_buffer<real_t> split_work(void *work)
 {
     real_t *base = static_cast<real_t *>(work);
     constexpr int64_t total = kernel_work_bytes / static_cast<int64_t>(sizeof(real_t));
-    static_assert(strip_reals<real_t> + work_tiles * tile_reals<real_t> <= total);
-    return {base, base + strip_reals<real_t>, work_tiles};
+    static_assert(block_strips * strip_reals<real_t> + work_tiles * tile_reals<real_t> <= total);
+    return {base, block_strips, base + block_strips * strip_reals<real_t>, work_tiles};
 }
 
 /* Lay out `count` values from row i on, depths l..l+depth-1, with `capacity` reals per depth; the rest of each depth is 0. */
@@ -182,56 +187,65 @@ DENSE_INLINE void each_part(const product_pair<value_t> *pair, int64_t l, int64_
     }
 }
 
-/* The first tile of a full strip, which is read where it lies and laid out at `strip` for the tiles that follow. */
-template <typename value_t>
-__attribute__((noinline)) void first_tile(const tile_target<value_t> &t, const product_pair<value_t> *pair, int64_t l,
-                                          const tile_operands<real_of<value_t>> &x, int64_t i, int64_t j, real_of<value_t> *strip)
+/* Full strips side by side, their rows contiguous in memory: each depth is visited once for all of them. */
+template <typename value_t, int64_t count>
+void pack_strips(const value_t *x, int64_t l_step, int64_t depth, real_of<value_t> *out)
 {
     using real_t = real_of<value_t>;
-    constexpr int mv = static_cast<int>(tile_vectors), nr = static_cast<int>(tile_columns);
-    const tile_place<value_t, nr> place = find_place<value_t, nr>(t, i, tile_rows<real_t> / parts<value_t>, j, x.depth);
-    vec<real_t> sum[nr][mv];
-    clear_sums<real_t, mv, nr>(sum);
-    each_part(pair, l, x.depth, [&](const product_pair<value_t> &p, int64_t first, int64_t depth, int64_t before) {
-        const real_t *a = as_real(p.a.x + i + first * p.a.l_step);
-        const tile_operands<real_t> part = {a, p.a.l_step * parts<value_t>, x.b + before * x.b_step, x.b_step, depth};
-        add_products<real_t, mv, nr, false, true>(part, 0, strip + before * tile_rows<real_t>, sum);
-    });
-    finish_tile<value_t, mv, nr, false>(t, sum, 0, i, j, place);
+    for (int64_t d = 0; d < depth; ++d, x += l_step, out += tile_rows<real_t>) {
+        const real_t *from = as_real(x);
+        DENSE_UNROLL
+        for (int64_t s = 0; s < count; ++s) {
+            DENSE_UNROLL
+            for (int64_t v = 0; v < tile_rows<real_t>; v += lanes<real_t>)
+                store(out + s * strip_reals<real_t> + v, load(from + s * tile_rows<real_t> + v));
+        }
+    }
 }
 
-/* Rows i..i+rows-1, in strips, against columns j..j+columns-1 (first column of `b`), depths l..l+depth-1. A strip stays in the first cache
-   while all column tiles pass. */
+/* Rows i..i+rows-1 of depths l..l+depth-1 in strips, strip_reals apart. */
 template <typename value_t>
-DENSE_INLINE void run_packed(const tile_target<value_t> &t, const product_pair<value_t> *pair, const side_tiles<real_of<value_t>> &b,
-                             int64_t l, int64_t depth, int64_t i, int64_t rows, int64_t j, int64_t columns, real_of<value_t> *a,
-                             rows_ahead<value_t> *next)
+DENSE_INLINE void pack_block(const product_pair<value_t> *pair, int64_t l, int64_t depth, int64_t i, int64_t rows, real_of<value_t> *out)
+{
+    using real_t = real_of<value_t>;
+    constexpr int64_t strip = tile_rows<real_t> / parts<value_t>;
+    each_part(pair, l, depth, [&](const product_pair<value_t> &p, int64_t from, int64_t count, int64_t before) {
+        const value_t *x = p.a.x + i + from * p.a.l_step;
+        real_t *to = out + before * tile_rows<real_t>;
+        if (p.a.i_step == 1 && rows == block_strips * strip) return pack_strips<value_t, block_strips>(x, p.a.l_step, count, to);
+        for (int64_t s = 0; s * strip < rows; ++s, to += strip_reals<real_t>) {
+            int64_t first = 0, strip_count = 0;
+            strip_bounds<value_t>(rows, s, &first, &strip_count);
+            if (p.a.i_step == 1 && strip_count == strip)
+                pack_strips<value_t, 1>(x + first, p.a.l_step, count, to);
+            else
+                pack_rows(p.a, i + first, strip_count, from, count, tile_rows<real_t>, to);
+        }
+    });
+}
+
+/* Rows i..i+rows-1, in strips laid out at `a`, against columns j..j+columns-1 (first column of `b`) over `depth`. */
+template <typename value_t>
+DENSE_INLINE void run_packed(const tile_target<value_t> &t, const real_of<value_t> *a, const side_tiles<real_of<value_t>> &b, int64_t depth,
+                             int64_t i, int64_t rows, int64_t j, int64_t columns, rows_ahead<value_t> *next)
 {
     using real_t = real_of<value_t>;
     constexpr int64_t strip = tile_rows<real_t> / parts<value_t>;
     constexpr int64_t column_tile = tile_columns / parts<value_t>;
+    constexpr int64_t group = group_tiles * column_tile;
     const int64_t tile_step = b.tile_step > 0 ? b.tile_step : tile_columns;
-    for (int64_t s = 0; s * strip < rows; ++s) {
-        int64_t first = 0;
-        int64_t strip_count = 0;
-        strip_bounds<value_t>(rows, s, &first, &strip_count);
-        tile_operands<real_t> x = {a, tile_rows<real_t>, b.x, b.depth_step, depth};
-        int64_t c = 0;
-        if (strip_count == strip && columns >= column_tile && pair->a.i_step == 1 && first_row_of(t, j) <= i + first) {
-            ask_ahead(next);
-            first_tile(t, pair, l, x, i + first, j, a);
-            c = column_tile;
-            x.b += tile_step;
-        } else {
-            each_part(pair, l, depth, [&](const product_pair<value_t> &p, int64_t from, int64_t count, int64_t before) {
-                pack_rows(p.a, i + first, strip_count, from, count, tile_rows<real_t>, a + before * tile_rows<real_t>);
-            });
-        }
-        for (; c < columns; c += column_tile) {
-            ask_ahead(next);
-            const int64_t column_count = columns - c < column_tile ? columns - c : column_tile;
-            if (!run_tile(t, x, i + first, strip_count, j + c, column_count)) break;
-            x.b += tile_step;
+    for (int64_t g = 0; g < columns; g += group) {
+        const int64_t end = columns - g < group ? columns : g + group;
+        for (int64_t s = 0; s * strip < rows; ++s) {
+            int64_t first = 0, strip_count = 0;
+            strip_bounds<value_t>(rows, s, &first, &strip_count);
+            tile_operands<real_t> x = {a + s * strip_reals<real_t>, tile_rows<real_t>, b.x + g / column_tile * tile_step, b.depth_step,
+                                       depth};
+            for (int64_t c = g; c < end; c += column_tile, x.b += tile_step) {
+                ask_ahead(next);
+                const int64_t column_count = end - c < column_tile ? end - c : column_tile;
+                if (!run_tile(t, x, i + first, strip_count, j + c, column_count)) break;
+            }
         }
     }
 }
@@ -343,7 +357,7 @@ void product_blocks(const tile_target<value_t> &target, int64_t m, int64_t n, in
                 const side_tiles<real_t> a = {as_real(pair->a.x + l * pair->a.l_step), pair->a.l_step * width, 0};
                 run_direct(t, a, b, depth, top, m, j, columns);
             } else {
-                constexpr int64_t block = block_strips * strip;
+                const int64_t block = buffer.a_strips * strip;
                 for (int64_t i = top; i < m; i += block) {
                     const int64_t rows = m - i < block ? m - i : block;
                     const int64_t after = m - i - rows < rows ? m - i - rows : rows;
@@ -351,7 +365,8 @@ void product_blocks(const tile_target<value_t> &target, int64_t m, int64_t n, in
                     const int64_t tiles_now = (met + column_tile - 1) / column_tile * ((rows + strip - 1) / strip);
                     rows_ahead<value_t> next = {pair, i + rows, l, after * width, 0, depth / tiles_now + 1};
                     if (pair->a.i_step == 1 && after > 0) next.depth = depth;
-                    run_packed(t, pair, b, l, depth, i, rows, j, columns, buffer.a, &next);
+                    pack_block(pair, l, depth, i, rows, buffer.a);
+                    run_packed(t, buffer.a, b, depth, i, rows, j, columns, &next);
                 }
             }
             if (t.mode == write_mode::store) t.mode = write_mode::add;
@@ -369,7 +384,7 @@ __attribute__((noinline)) void product_on_stack(const tile_target<value_t> &t, i
     constexpr int64_t stack_tiles = 8;
     alignas(64) real_t a[strip_reals<real_t>];
     alignas(64) real_t b[stack_tiles * tile_reals<real_t>];
-    product_blocks(t, m, n, pair_count, pair, depth, pack_buffer<real_t>{a, b, stack_tiles});
+    product_blocks(t, m, n, pair_count, pair, depth, pack_buffer<real_t>{a, 1, b, stack_tiles});
 }
 
 template <typename value_t>

@@ -90,8 +90,9 @@ DENSE_INLINE void set_signs(tile_target<value_t> *t, bool conjugate_a, bool conj
     }
 }
 
-template <typename real_t, int mv, int nr>
-DENSE_INLINE void clear_sums(vec<real_t> (&sum)[nr][mv])
+/* sum = a * b' */
+template <typename real_t, int mv, int nr, bool masked>
+DENSE_INLINE void tile_product(const tile_operands<real_t> &x, int64_t tail, vec<real_t> (&sum)[nr][mv])
 {
     const vec<real_t> zero = broadcast(real_t{0});
     DENSE_UNROLL
@@ -99,12 +100,6 @@ DENSE_INLINE void clear_sums(vec<real_t> (&sum)[nr][mv])
         DENSE_UNROLL
         for (int v = 0; v < mv; ++v) sum[j][v] = zero;
     }
-}
-
-/* sum += a * b'. keep: what is read of a is also stored in `kept`, its depths mv vectors apart. */
-template <typename real_t, int mv, int nr, bool masked, bool keep>
-DENSE_INLINE void add_products(const tile_operands<real_t> &x, int64_t tail, real_t *kept, vec<real_t> (&sum)[nr][mv])
-{
     const real_t *a = x.a;
     const real_t *b = x.b;
     for (int64_t l = x.depth; l > 0; --l) {
@@ -115,7 +110,6 @@ DENSE_INLINE void add_products(const tile_operands<real_t> &x, int64_t tail, rea
                 row[v] = load_part(a + v * lanes<real_t>, tail);
             else
                 row[v] = load(a + v * lanes<real_t>);
-            if constexpr (keep) store(kept + v * lanes<real_t>, row[v]);
         }
         DENSE_UNROLL
         for (int j = 0; j < nr; ++j) {
@@ -125,15 +119,7 @@ DENSE_INLINE void add_products(const tile_operands<real_t> &x, int64_t tail, rea
         }
         a += x.a_step;
         b += x.b_step;
-        if constexpr (keep) kept += mv * lanes<real_t>;
     }
-}
-
-template <typename real_t, int mv, int nr, bool masked>
-DENSE_INLINE void tile_product(const tile_operands<real_t> &x, int64_t tail, vec<real_t> (&sum)[nr][mv])
-{
-    clear_sums<real_t, mv, nr>(sum);
-    add_products<real_t, mv, nr, masked, false>(x, tail, nullptr, sum);
 }
 
 /* The finished vector v of value column j. */
