@@ -91,6 +91,7 @@ static void transfer_vectors(const transfer_rule &rule, int64_t first, int64_t l
         look_up_rows(rule, start, &block);
         value_t *const inside = p.x + start * p.stride;
         int64_t k = 0;
+        for (; k + 8 <= p.width; k += 8) transfer_entries<way, 8>(rule, block, p.n, p.stride, inside + k, outside + k * p.n);
         for (; k + 4 <= p.width; k += 4) transfer_entries<way, 4>(rule, block, p.n, p.stride, inside + k, outside + k * p.n);
         for (; k < p.width; ++k) transfer_entries<way, 1>(rule, block, p.n, p.stride, inside + k, outside + k * p.n);
         if (way == direction::scatter || p.width == p.lanes) continue;
