@@ -91,6 +91,7 @@ void close_store(numeric_run<value_t> *run, ooc_purpose purpose)
     const int64_t fault = ooc_close(&run->files, purpose);
     if (fault != 0 && run->call->ooc->stage_error == 0) run->call->ooc->stage_error = fault;
     run->store.pager = nullptr;
+    run->call->control->times.time_stamp = service_seconds();
 }
 
 bool numeric_failed(const solver_call *call)
@@ -160,7 +161,7 @@ void factor_values(numeric_run<value_t> *run)
     control->perturbed_pivots = control->positive_pivots = control->negative_pivots = control->failed_row = 0;
     iparam_at(call->iparam, iparam_hybrid_result) = 0;
     numeric_record(call)->valid = 0;
-    const double start = service_seconds();
+    const double start = control->times.time_stamp;
     if (!open_store(run, ooc_purpose::factorize)) return;
     const factor_input<value_t> input = factor_view(run);
     factor_result result{};

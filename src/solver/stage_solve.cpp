@@ -194,7 +194,7 @@ void solve_and_refine(numeric_run<value_t> *run)
         sum_rhs = sum_of_moduli(count, solve.b);
         for (int64_t i = 0; control->overwrite_rhs == 1 && i < count; ++i) work[i] = solve.b[i];
     }
-    const double start = service_seconds();
+    const double start = refines ? service_seconds() : control->times.time_stamp;
     control->internal_code = solution_step(&solve);
     if (call->ooc->stage_error != 0) return;
     iparam_at(call->iparam, iparam_hybrid_result) = 0;
@@ -203,7 +203,9 @@ void solve_and_refine(numeric_run<value_t> *run)
     call->flags.solve = 1;
     if (control->internal_code != code_none) return;
     set_budget(run, control->times.time_solve);
-    if (refines) refine(run, &solve, sum_rhs, work);
+    if (!refines) return;
+    refine(run, &solve, sum_rhs, work);
+    control->times.time_stamp = service_seconds();
 }
 } // namespace
 

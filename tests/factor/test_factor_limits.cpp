@@ -56,12 +56,13 @@ TEST(factor_stress, stops_and_full_runs_end_with_any_number_of_threads)
 TEST(factor_limits, tells_the_row_of_a_pivot_that_is_not_positive)
 {
     for (const double bad : {0.0, -1e3, std::numeric_limits<double>::quiet_NaN()})
-        for (const int64_t threads : {0, 1, 2}) {
-            auto q = make_problem<double>(2, {40, 0.1, 6, 2, 3});
+        for (const int64_t threads : {-1, 0, 1, 2}) { /* -1: so few entries that a program of pushes pays */
+            auto q = make_problem<double>(2, {40, threads < 0 ? 0.02 : 0.1, threads < 0 ? 2 : 6, 2, 3});
             const int64_t row = 17;
             q.a[z(q.ia[z(row - 1)] - 1)] = bad;
             factorization<double> f;
-            prepare(q, threads, &f);
+            prepare(q, threads < 0 ? 0 : threads, &f);
+            if (threads < 0) { ASSERT_GT(f.program.at(0), 255); }
             numeric_dispatch(&f.input, &f.result);
             EXPECT_EQ(f.result.error, -1);
             EXPECT_EQ(f.result.failed_row, row);
