@@ -31,9 +31,9 @@ struct solve_input {
     value_t *work; /* work_entries entries */
     int64_t work_entries;
 };
-/* A setting of entries_per_thread: the two sweeps open a region for each level of the domains, which together take as long as 30,000
-   entries. */
-inline constexpr int64_t solve_entries_per_thread = 20000;
+/* A setting of entries_per_thread. The sweeps open a region for each level of the domains: on 2D grids two threads lose at 67,000 entries
+   (76 us against 71) and gain at 125,000 (114 against 148). */
+inline constexpr int64_t solve_entries_per_thread = 40000;
 /* Returns 0, or -2 when memory ran out; a pager failure is recorded by the pager and gives -1. */
 template <typename value_t>
 int64_t solution_step(const solve_input<value_t> *input);
