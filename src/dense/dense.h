@@ -233,6 +233,8 @@ struct narrow_factor {
     const int64_t *first_column, *list_start, *list; /* as above */
     const int64_t *column_start; /* lnz[column_start[j - 1] - 1] is row 1 of the block that holds column j, in that column */
     const value_t *lnz;
+    int64_t row_limit; /* forward: rows past this one, at least the last of the supernodes, belong to beyond instead of x */
+    value_t *beyond;
 };
 /* Steps of the supernodes first..last forward with L, and of last..first backward with its conjugated transpose. */
 template <typename value_t>

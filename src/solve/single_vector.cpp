@@ -160,12 +160,35 @@ static column_run<value_t> run_of(const sweep<value_t> *w, block_triangle triang
             x};
 }
 
+/* From so many columns on average the panel kernels are faster. */
+static constexpr int64_t narrow_columns = 8;
+
+/* Cholesky factors of narrow supernodes, in core, are swept by kernels of their own. */
+template <typename value_t>
+static bool is_narrow(const sweep<value_t> *w)
+{
+    const supernodal_structure &s = *w->structure;
+    return w->kind == factor_kind::cholesky && w->store->pager == nullptr && s.neqns <= narrow_columns * s.supernodes;
+}
+template <typename value_t>
+static narrow_factor<value_t> narrow_view(const sweep<value_t> *w, int64_t row_limit, value_t *beyond)
+{
+    const supernodal_structure &s = *w->structure;
+    return {s.xsuper, s.xlindx, s.lindx, s.xlnz, w->store->lnz, row_limit, beyond};
+}
+
 template <typename value_t>
 bool forward_supernodes(const sweep<value_t> *w, int64_t first, int64_t last, value_t *x, int64_t last_row, value_t *beyond)
 {
+    const int64_t row_limit = beyond == x ? w->structure->neqns : last_row;
+    if (is_narrow(w)) {
+        const narrow_factor<value_t> factor = narrow_view(w, row_limit, beyond);
+        kernel_narrow_forward(&factor, first, last, x);
+        return true;
+    }
     const block_triangle triangle = triangle_of(w, true);
     const bool in_core = w->store->pager == nullptr;
-    const column_run<value_t> run = run_of(w, triangle, true, beyond == x ? w->structure->neqns : last_row, x);
+    const column_run<value_t> run = run_of(w, triangle, true, row_limit, x);
     for (int64_t number = first; number <= last; ++number) {
         if (in_core && supernode_columns(*w->structure, number) == 1) {
             number = kernel_columns_forward(&run, number, last);
@@ -192,6 +215,12 @@ bool forward_supernodes(const sweep<value_t> *w, int64_t first, int64_t last, va
 template <typename value_t>
 bool backward_supernodes(const sweep<value_t> *w, int64_t first, int64_t last, value_t *x)
 {
+    if (is_narrow(w)) {
+        if (!w->backward) return true; /* the diagonal is in L */
+        const narrow_factor<value_t> factor = narrow_view<value_t>(w, w->structure->neqns, nullptr);
+        kernel_narrow_backward(&factor, first, last, x);
+        return true;
+    }
     const block_triangle triangle = triangle_of(w, false);
     const bool in_core = w->store->pager == nullptr;
     const column_run<value_t> run = run_of(w, triangle, false, w->structure->neqns, x);

@@ -100,10 +100,6 @@ static int64_t several_vector_threads(const solve_input<value_t> *in)
 template <typename value_t>
 static bool solve_serial(const sweep<value_t> *w, value_t *x)
 {
-    if (is_narrow(w)) {
-        solve_narrow(w, x);
-        return true;
-    }
     const int64_t supernodes = w->structure->supernodes;
     if (w->forward && !forward_supernodes(w, w->window.forward_first_supernode, supernodes, x, supernodes, x)) return false;
     return (!w->diagonal && !w->backward) || backward_supernodes(w, w->window.backward_last_supernode, supernodes, x);

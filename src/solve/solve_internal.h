@@ -147,12 +147,6 @@ bool forward_supernodes(const sweep<value_t> *w, int64_t first, int64_t last, va
 template <typename value_t>
 bool backward_supernodes(const sweep<value_t> *w, int64_t first, int64_t last, value_t *x);
 
-/* The same of all supernodes in the window, where the factor is small, in core and of narrow supernodes. */
-template <typename value_t>
-bool is_narrow(const sweep<value_t> *w);
-template <typename value_t>
-void solve_narrow(const sweep<value_t> *w, value_t *x);
-
 /* Subtrees of domain_table in parallel. beyond: threads vectors of n entries. */
 template <typename value_t>
 bool solve_single_parallel(const sweep<value_t> *w, int64_t threads, value_t *x, value_t *beyond);

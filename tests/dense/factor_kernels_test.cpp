@@ -173,12 +173,13 @@ TYPED_TEST(dense_factors, single_vector_steps_agree_with_loops)
     }
 }
 
-/* Catches: a place or a row list that is off by one within a supernode, a supernode lost where a run stops, steps without conjugation. */
+/* Catches: a place or a row list that is off by one within a supernode, a supernode lost where a run stops, steps without conjugation, rows
+   on the wrong side of a limit. */
 TYPED_TEST(dense_factors, narrow_supernodes_solve_their_system)
 {
     using value_t = TypeParam;
-    const std::vector<int64_t> first = {1, 2, 3, 5, 13, 18, 19, 28};
-    const int64_t n = 27, supernodes = 7;
+    const std::vector<int64_t> first = {1, 2, 3, 5, 21, 26, 27, 36};
+    const int64_t n = 35, supernodes = 7, near = 4, limit = 20;
     const block<value_t> a = positive_block<value_t>(n, n, 41), b(n, 1, 0, 42);
     std::vector<int64_t> list_start = {1}, list, column_start;
     std::vector<value_t> values;
@@ -208,9 +209,17 @@ TYPED_TEST(dense_factors, narrow_supernodes_solve_their_system)
         run.end = entries;
         ASSERT_EQ(table->factor_pushing(&run, nullptr), 0);
         ASSERT_EQ(run.columns, n);
-        const narrow_factor<value_t> factor = {first.data(), list_start.data(), list.data(), column_start.data(), lnz.data()};
         block<value_t> x = b, product = b;
-        table->narrow_forward(&factor, 1, supernodes, x.data());
+        std::vector<value_t> beyond(n, value_t(0));
+        narrow_factor<value_t> factor = {first.data(), list_start.data(), list.data(), column_start.data(), lnz.data(),
+                                         limit,        beyond.data()};
+        table->narrow_forward(&factor, 1, near, x.data());
+        for (int64_t i = limit; i < n; ++i) {
+            EXPECT_EQ(x(i, 0), b(i, 0));
+            x(i, 0) += beyond[static_cast<size_t>(i)];
+        }
+        factor.row_limit = n;
+        table->narrow_forward(&factor, near + 1, supernodes, x.data());
         table->narrow_backward(&factor, 1, supernodes, x.data());
         for (int64_t i = 0; i < n; ++i) {
             product(i, 0) = 0;

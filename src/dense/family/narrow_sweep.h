@@ -1,6 +1,6 @@
-/* Sweeps through the supernodes of a small Cholesky factor, for one vector. What a supernode costs beside its products decides here: most
+/* Sweeps through a Cholesky factor of narrow supernodes, for one vector. What a supernode costs beside its products decides here: most
    have one column, others go column by column, as the row list serves them all. Plain loops: a choice by the number of rows, or columns
-   taken together, cost more than they bring on small grids. */
+   taken together, or asking for what comes next, cost more than they bring. */
 #pragma once
 
 #include "dense/family/columns.h"
@@ -13,17 +13,22 @@ namespace
 /* From so many columns on the panel kernels are faster. */
 constexpr int64_t sweep_wide_columns = 16;
 
+template <typename value_t>
+DENSE_INLINE void forward_rows(int64_t count, const value_t *entry, const int64_t *row, const value_t own, value_t *x)
+{
+    for (int64_t i = 0; i < count; ++i) {
+        value_t *const to = x + (row[i] - 1);
+        *to = less_product(*to, entry[i], own);
+    }
+}
+
 /* One column: its entries below the diagonal, and the rows that they meet. */
 template <typename value_t>
 DENSE_INLINE void forward_column(int64_t below, const value_t *diagonal, const int64_t *row, value_t *own_entry, value_t *x)
 {
-    const value_t *const entry = diagonal + 1;
     const value_t own = times(*own_entry, inverse_of(diagonal, false));
     *own_entry = own;
-    for (int64_t i = 0; i < below; ++i) {
-        value_t *const to = x + (row[i] - 1);
-        *to = less_product(*to, entry[i], own);
-    }
+    forward_rows(below, diagonal + 1, row, own, x);
 }
 
 /* From the far rows to the near, which are found last. Two sums, so that an addition need not wait for the one before. */
@@ -56,6 +61,26 @@ __attribute__((noinline)) void backward_wide(int64_t w, int64_t rows, const valu
     solve_lower_transposed(mirror::hermitian, false, w, block, rows, own);
 }
 
+/* As above, of a supernode with rows past the limit. */
+template <typename value_t>
+__attribute__((noinline)) void forward_apart(int64_t w, int64_t rows, const value_t *block, const int64_t *row, value_t *own, value_t *x,
+                                             const narrow_factor<value_t> &f)
+{
+    int64_t near = rows - 1; /* of the rows after the first one */
+    while (near >= w && row[near - 1] > f.row_limit) --near;
+    if (w >= sweep_wide_columns) {
+        const int64_t below = near - (w - 1);
+        solve_lower(false, w, block, rows, own);
+        panel_forward(below, w, block + w, rows, own, row + (w - 1), x);
+        panel_forward(rows - w - below, w, block + w + below, rows, own, row + near, f.beyond);
+        return;
+    }
+    for (int64_t below = rows - 1, c = 0; c < w; ++c, --below, --near, ++row, block += rows + 1) {
+        forward_column(near, block, row, own + c, x);
+        forward_rows(below - near, block + 1 + near, row + near, own[c], f.beyond);
+    }
+}
+
 template <typename value_t>
 void narrow_forward(const narrow_factor<value_t> *f, int64_t first, int64_t last, value_t *x)
 {
@@ -68,6 +93,11 @@ void narrow_forward(const narrow_factor<value_t> *f, int64_t first, int64_t last
         const int64_t *row = list + start; /* after its own first one */
         const value_t *block = lnz + (column_start[column] - 1);
         start += rows;
+        if (list[start - 2] > f->row_limit) {
+            forward_apart(end - column, rows, block, row, x + column, x, *f);
+            column = end;
+            continue;
+        }
         if (end - column >= sweep_wide_columns) {
             forward_wide(end - column, rows, block, row, x + column, x);
             column = end;
